@@ -1,0 +1,105 @@
+#include "fetch.h"
+
+#include <algorithm>
+
+#include "frame.h"
+#include "mainframe.h"
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "platform/resolver.h"
+#include "resource.h"
+
+namespace {
+
+// How long a waiter sleeps at a time while a test moves the clock by hand, which wakes nobody.
+constexpr uint32_t kClockPoll = 10;
+
+// Milliseconds that a waiter may sleep before its limit has passed.
+uint32_t SleepFor(uint32_t dwElapsed) {
+    const uint32_t nLeft = kFetchLimit + 1 - dwElapsed;
+    return platform::TicksReplaced() ? std::min(nLeft, kClockPoll) : nLeft;
+}
+
+// Waits for the turn to fetch. False if the Resource has been ended here, by cancellation or for its limit.
+bool WaitForTurn(Resource *lpResource, FetchTurn::Waiter *lpWaiter) {
+    for (;;) {
+        if (lpResource->IsCancelled()) {
+            lpResource->OnCancelled();
+            return false;
+        }
+        const uint32_t dwElapsed = platform::Ticks() - lpResource->_dwStart;
+        if (dwElapsed > kFetchLimit) {
+            lpResource->OnTimeout();
+            return false;
+        }
+        if (g_lpMainFrame->_hFetchMutex.WaitFor(lpWaiter, SleepFor(dwElapsed)))
+            return true;
+    }
+}
+
+void FetchLocalFile(Resource *lpResource) {
+    if (lpResource->_lpszPath)
+        platform::ReadWholeFile(lpResource->_lpszPath, &lpResource->_lpData, &lpResource->_dwLength);
+}
+
+int IsGivenUp(void *lpContext) {
+    return static_cast<const Resource *>(lpContext)->IsCancelled();
+}
+
+}  // namespace
+
+bool FetchTurn::WaitFor(Waiter *lpWaiter, uint32_t nWait) {
+    {
+        std::lock_guard lock(_mutex);
+        if (!_bTaken) {
+            _bTaken = true;
+            return true;
+        }
+        lpWaiter->bGranted = false;
+        Append(lpWaiter);
+    }
+    lpWaiter->wake.WaitFor(nWait);
+    std::lock_guard lock(_mutex);
+    if (!lpWaiter->bGranted)
+        Remove(lpWaiter);
+    return lpWaiter->bGranted;
+}
+
+// The turn goes straight to the first who waits. The event is set under the lock: once that is free, the waiter may be
+// gone.
+void FetchTurn::Release() {
+    std::lock_guard lock(_mutex);
+    Waiter *lpNext = _lpFirst;
+    _bTaken = lpNext != nullptr;
+    if (lpNext) {
+        Remove(lpNext);
+        lpNext->bGranted = true;
+        lpNext->wake.Set();
+    }
+}
+
+void FetchTurn::Append(Waiter *lpWaiter) {
+    lpWaiter->lpNext = nullptr;
+    lpWaiter->lpPrev = _lpLast;
+    (_lpLast ? _lpLast->lpNext : _lpFirst) = lpWaiter;
+    _lpLast = lpWaiter;
+}
+
+void FetchTurn::Remove(Waiter *lpWaiter) {
+    (lpWaiter->lpPrev ? lpWaiter->lpPrev->lpNext : _lpFirst) = lpWaiter->lpNext;
+    (lpWaiter->lpNext ? lpWaiter->lpNext->lpPrev : _lpLast) = lpWaiter->lpPrev;
+}
+
+// A Resource with a host has no source yet: it ends without data, as one does whose host cannot be reached.
+void FetchWorker(Resource *lpResource, FetchTurn::Waiter *lpWaiter) {
+    if (!WaitForTurn(lpResource, lpWaiter))
+        return;
+    if (!lpResource->_lpszHost)
+        FetchLocalFile(lpResource);
+    g_lpMainFrame->_hFetchMutex.Release();
+    lpResource->_lpFrame->OnResourceDone(lpResource);
+}
+
+uint32_t ResolveHost(const char *lpszHost, const Resource *lpResource) {
+    return platform::ResolveAddress(lpszHost, IsGivenUp, const_cast<Resource *>(lpResource));
+}

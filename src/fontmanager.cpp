@@ -1,0 +1,212 @@
+#include "fontmanager.h"
+
+#include <algorithm>
+#include <new>
+
+#include "htmlparser.h"
+#include "mainframe.h"
+#include "platform/rasterizer.h"
+#include "types.h"
+
+const int32_t g_anFontHeights[kFontSizes] = {10, 12, 15, 17, 21, 27, 35};
+
+namespace {
+
+// A page may name any number of faces, and each costs 256 rasterised cells. Behind this many, text takes the default.
+constexpr int kMaxPageSets = 128;
+
+// A set of MainFrame that fits, or null. The sets of other Pages are none of our business.
+CharInfo *FindSharedCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle) {
+    for (List<CharInfo> *lpNode = g_lpMainFrame->_lpCharInfos; lpNode; lpNode = lpNode->lpNext) {
+        CharInfo *lpCharInfo = lpNode->lpData;
+        if (lpCharInfo->_bPixelHeight == nHeight && lpCharInfo->_wStyle == wStyle &&
+            EqualsNoCase(lpCharInfo->_lpszFace, lpszFace))
+            return lpCharInfo;
+    }
+    return nullptr;
+}
+
+uint8_t ToByte(int n) {
+    return static_cast<uint8_t>(std::clamp(n, 0, 255));
+}
+
+// Packs the first nWidth columns of nHeight rows, which stand in the cell padded to bytes, into a stream without
+// padding. The stream has a byte more than its whole bytes need.
+uint8_t *PackGlyph(const uint8_t *lpRows, int nPitch, int nWidth, int nHeight) {
+    const size_t nBytes = static_cast<size_t>(nWidth * nHeight / 8 + 1);
+    uint8_t *lpBits = new (std::nothrow) uint8_t[nBytes]();
+    if (!lpBits)
+        return nullptr;
+    int nBit = 0;
+    for (int nRow = 0; nRow < nHeight; ++nRow, lpRows += nPitch) {
+        for (int nColumn = 0; nColumn < nWidth; nColumn += 8) {
+            const int nCount = std::min(8, nWidth - nColumn);
+            const int nShift = nBit & 7;
+            const unsigned nInk = lpRows[nColumn / 8] & (0xFF00u >> nCount) & 0xFF;
+            lpBits[nBit / 8] = static_cast<uint8_t>(lpBits[nBit / 8] | nInk >> nShift);
+            if (nShift + nCount > 8)
+                lpBits[nBit / 8 + 1] = static_cast<uint8_t>(nInk << (8 - nShift));
+            nBit += nCount;
+        }
+    }
+    return lpBits;
+}
+
+bool FillGlyphs(const platform::FontCells &cells, CharInfo *lpCharInfo) {
+    const int nRows = std::clamp(cells.nHeight, 0, 255);
+    for (int c = 0; c < platform::kCharCount; ++c) {
+        const platform::FontCells::Spacing &spacing = cells.aSpacing[c];
+        lpCharInfo->_acSpacing[c] = static_cast<int8_t>(std::clamp(spacing.nC, -128, 0));
+        const int nWidth = std::min(spacing.nA + spacing.nB + std::max(spacing.nC, 0), cells.nPitch * 8);
+        CharGlyph &glyph = lpCharInfo->_aGlyphs[c];
+        glyph._bWidth = ToByte(nWidth);
+        glyph._bHeight = static_cast<uint8_t>(nRows);
+        const uint8_t *lpRows = cells.lpInk.get() + static_cast<size_t>(c * cells.nHeight) * static_cast<size_t>(cells.nPitch);
+        glyph._lpBits = PackGlyph(lpRows, cells.nPitch, glyph._bWidth, nRows);
+        if (!glyph._lpBits)
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+CharInfo::~CharInfo() {
+    delete[] _lpszFace;
+    for (CharGlyph &glyph : _aGlyphs)
+        delete[] glyph._lpBits;
+}
+
+Font::Font(const char *lpszFace, uint16_t wStyle, uint8_t bSize, uint32_t dwColor)
+    : _lpszFace(StrDup(lpszFace)), _wStyle(wStyle), _bSize(bSize), _dwColor(dwColor) {}
+
+Font::~Font() {
+    delete[] _lpszFace;
+}
+
+FontManager::FontManager(Page *lpPage) : _lpPage(lpPage) {}
+
+FontManager::~FontManager() {
+    List_Destroy(_lpFontStack);
+    List_Destroy(_lpFonts);
+    List_Destroy(_lpCharInfos);
+}
+
+Font *FontManager::CurrentFont() {
+    if (!_lpCurrent) {
+        const Font *lpTop = _lpFontStack->lpData;
+        _lpCurrent = FindFont(lpTop->_lpszFace, lpTop->_bSize, lpTop->_dwColor,
+                              static_cast<uint16_t>(lpTop->_wStyle | _wStyle));
+    }
+    return _lpCurrent;
+}
+
+// The newest record of the face, size and style decides: if its colour is another, a clone with the right one becomes
+// the newest, even where an older record would fit.
+Font *FontManager::FindFont(const char *lpszFace, uint8_t bSize, uint32_t dwColor, uint16_t wStyle) {
+    std::string strKey(lpszFace);
+    for (char &c : strKey)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+    strKey += {'\n', static_cast<char>('0' + bSize), static_cast<char>('0' + wStyle)};
+
+    const auto found = _newest.find(strKey);
+    if (found != _newest.end()) {
+        if (found->second->_dwColor == dwColor)
+            return found->second;
+        Font *lpFont = CloneFont(found->second);
+        lpFont->_dwColor = dwColor;
+        return Keep(lpFont, strKey);
+    }
+
+    Font *lpFont;
+    if (_nSets < kMaxPageSets) {
+        const List<CharInfo> *lpBefore = _lpCharInfos;
+        lpFont = NewFont(lpszFace, bSize, dwColor, wStyle, nullptr, &_lpCharInfos);
+        _nSets += _lpCharInfos != lpBefore;
+    } else {
+        lpFont = new Font(lpszFace, wStyle, bSize, dwColor);
+        lpFont->_lpCharInfo = FindSharedCharInfo(lpszFace, g_anFontHeights[bSize], wStyle);
+    }
+    if (!lpFont->_lpCharInfo)
+        lpFont->_lpCharInfo = g_lpMainFrame->_lpFontNormal->_lpCharInfo;
+    return Keep(lpFont, strKey);
+}
+
+Font *FontManager::Keep(Font *lpFont, const std::string &strKey) {
+    List_Prepend(_lpFonts, lpFont);
+    _newest[strKey] = lpFont;
+    return lpFont;
+}
+
+Font *FontManager::CloneFont(const Font *lpFont) {
+    Font *lpClone = new Font(lpFont->_lpszFace, lpFont->_wStyle, lpFont->_bSize, lpFont->_dwColor);
+    lpClone->_lpCharInfo = lpFont->_lpCharInfo;
+    return lpClone;
+}
+
+void FontManager::PushFont(const char *lpszFace, uint16_t wStyle, uint8_t bSize, uint32_t dwColor) {
+    PushFontRecord(new Font(lpszFace, wStyle, bSize, dwColor), 0);
+}
+
+void FontManager::PushFontRecord(Font *lpFont, int bClone) {
+    List_Prepend(_lpFontStack, bClone ? CloneFont(lpFont) : lpFont);
+    _lpCurrent = nullptr;
+}
+
+void FontManager::PopFont() {
+    if (!_lpFontStack || !_lpFontStack->lpNext)
+        return;
+    delete List_TakeHead(_lpFontStack);
+    _lpCurrent = nullptr;
+}
+
+void FontManager::Count(int32_t *lpnCount, uint16_t wBit, int bOn) {
+    if (bOn) {
+        ++*lpnCount;
+        _wStyle = static_cast<uint16_t>(_wStyle | wBit);
+    } else if (*lpnCount > 0 && --*lpnCount == 0) {
+        _wStyle = static_cast<uint16_t>(_wStyle ^ wBit);
+    }
+    _lpCurrent = nullptr;
+}
+
+Font *NewFont(const char *lpszFace, uint8_t bSize, uint32_t dwColor, uint16_t wStyle, List<Font> **lppFonts,
+              List<CharInfo> **lppList) {
+    Font *lpFont = new Font(lpszFace, wStyle, bSize, dwColor);
+    lpFont->_lpCharInfo = BuildCharInfo(lpszFace, g_anFontHeights[bSize], wStyle, lppList);
+    if (lppFonts)
+        List_Prepend(*lppFonts, lpFont);
+    return lpFont;
+}
+
+CharInfo *BuildCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle, List<CharInfo> **lppList) {
+    if (CharInfo *lpShared = FindSharedCharInfo(lpszFace, nHeight, wStyle))
+        return lpShared;
+
+    platform::FontCells cells;
+    if (!platform::GetRasterizer()->Rasterize(lpszFace, nHeight, wStyle, &cells))
+        return nullptr;
+    CharInfo *lpCharInfo = new CharInfo;
+    lpCharInfo->_wStyle = wStyle;
+    lpCharInfo->_lpszFace = StrDup(lpszFace);
+    lpCharInfo->_bMaxCharWidth = ToByte(cells.nMaxCharWidth);
+    lpCharInfo->_bAveCharWidth = ToByte(cells.nAveCharWidth);
+    lpCharInfo->_bHeight = ToByte(cells.nHeight - cells.nExternalLeading);
+    lpCharInfo->_bPixelHeight = ToByte(nHeight);
+    if (!FillGlyphs(cells, lpCharInfo)) {
+        delete lpCharInfo;
+        return nullptr;
+    }
+    List_Prepend(*lppList, lpCharInfo);
+    return lpCharInfo;
+}
+
+int MeasureText(const char *lpsz, const Font *lpFont) {
+    if (!lpsz)
+        return 0;
+    const CharGlyph *lpGlyphs = lpFont->_lpCharInfo->_aGlyphs;
+    int nWidth = 0;
+    for (; *lpsz; ++lpsz)
+        nWidth += lpGlyphs[static_cast<uint8_t>(*lpsz)]._bWidth;
+    return nWidth;
+}

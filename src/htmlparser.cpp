@@ -1,0 +1,302 @@
+#include "htmlparser.h"
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "fontmanager.h"
+#include "hyperlink.h"
+#include "layout.h"
+#include "page.h"
+#include "table.h"
+#include "taghandlers.h"
+#include "text.h"
+
+const TagEntry g_aTagTable[kTagCount + 1] = {
+    {0, "HTML", 1, 0, nullptr},
+    {30, "FRAMESET", 1, 0, nullptr},
+    {31, "FRAME", 1, 0, nullptr},
+    {1, "BODY", 1, 0, OnTagBody},
+    {11, "BR", 1, 0, OnTagBr},
+    {15, "P", 1, 0, OnTagP},
+    {12, "FONT", 1, 0, OnTagFont},
+    {16, "H1", 1, 0, OnTagHeading<5>},
+    {17, "H2", 1, 0, OnTagHeading<4>},
+    {18, "H3", 1, 0, OnTagHeading<3>},
+    {19, "H4", 1, 0, OnTagHeading<2>},
+    {20, "H5", 1, 0, OnTagHeading<1>},
+    {21, "H6", 1, 0, OnTagHeading<0>},
+    {22, "B", 1, 0, OnTagB},
+    {23, "I", 1, 0, OnTagI},
+    {24, "U", 1, 0, OnTagU},
+    {4, "IMG", 0, 0, nullptr},
+    {7, "TABLE", 1, 0, nullptr},
+    {8, "TR", 1, 0, nullptr},
+    {9, "TH", 1, 0, nullptr},
+    {10, "TD", 1, 0, nullptr},
+    {14, "TITLE", 1, 0, OnTagTitle},
+    {2, "CENTER", 1, 0, OnTagCenter},
+    {13, "A", 1, 0, OnTagA},
+    {25, "FORM", 1, 0, nullptr},
+    {28, "INPUT", 1, 0, nullptr},
+    {5, "META", 0, 0, nullptr},
+    {0, nullptr, 0, 0, nullptr},
+};
+
+const Entity g_aEntities[kEntityCount] = {
+    {"nbsp;", 0xA0}, {"nbsp", 0xA0},  {"lt;", 0x3C},  {"lt", 0x3C},    {"gt;", 0x3E},
+    {"gt", 0x3E},    {"quot;", 0x22}, {"quot", 0x22}, {"copy;", 0xA9}, {"copy", 0xA9},
+};
+
+const ColorName g_aColorNames[kColorCount] = {
+    {"BLACK", 0x000000},  {"SILVER", 0xC0C0C0}, {"GRAY", 0x808080},    {"WHITE", 0xFFFFFF},
+    {"MAROON", 0x800000}, {"RED", 0xFF0000},    {"PURPLE", 0x800080},  {"FUCHSIA", 0xFF00FF},
+    {"GREEN", 0x008000},  {"LIME", 0x00FF00},   {"OLIVE", 0x808000},   {"YELLOW", 0xFFFF00},
+    {"NAVY", 0x000080},   {"BLUE", 0x0000FF},   {"TEAL", 0x008080},    {"AQUA", 0x00FFFF},
+};
+
+namespace {
+
+// The longest run of text that becomes one item, terminator included.
+constexpr int kTextSize = 1024;
+
+char ToUpper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
+}
+
+// The bytes that are passed over between tags and runs of text, and between attributes.
+bool IsSkipped(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\xA0' || c == ';';
+}
+
+// The read position and the number of bytes left, which move on together. Every look at a byte is checked.
+struct Reader {
+    const char *lpPos;
+    int nLeft;
+
+    bool AtEnd() const { return nLeft <= 0; }
+    bool Is(char c) const { return nLeft > 0 && *lpPos == c; }
+    void Step(int n = 1) {
+        lpPos += n;
+        nLeft -= n;
+    }
+    void SkipSet() {
+        while (nLeft > 0 && IsSkipped(*lpPos))
+            Step();
+    }
+    // Whether a tag of this name stands nAhead bytes on: the name, and behind it '>' or a space.
+    bool HasTag(const char *lpszName, int nLength, int nAhead) const {
+        if (nLeft <= nAhead + nLength)
+            return false;
+        const char *lpName = lpPos + nAhead;
+        for (int i = 0; i < nLength; ++i) {
+            if (ToUpper(lpName[i]) != lpszName[i])
+                return false;
+        }
+        return lpName[nLength] == '>' || lpName[nLength] == ' ';
+    }
+};
+
+// Finds the tag at the position, steps behind its name and returns a copy of its row, that of the end row if it is not
+// known. The byte in front of the name of a closing tag is not looked at: any byte makes one.
+TagEntry FindTag(Reader *lpReader) {
+    for (const TagEntry &row : g_aTagTable) {
+        TagEntry entry = row;
+        if (!row._lpszName)
+            return entry;
+        const int nLength = static_cast<int>(strlen(row._lpszName));
+        for (int nClosing = 0; nClosing <= 1; ++nClosing) {
+            if (lpReader->HasTag(row._lpszName, nLength, nClosing)) {
+                lpReader->Step(nLength + nClosing);
+                entry._wClosing = static_cast<uint16_t>(nClosing);
+                return entry;
+            }
+        }
+    }
+    return g_aTagTable[kTagCount];
+}
+
+// Copies bytes into a slot for as long as stops(byte) says no; what does not fit is passed over.
+template <class Stops>
+void CopyToSlot(Reader *lpReader, char *lpSlot, Stops stops) {
+    int nStored = 0;
+    for (; !lpReader->AtEnd() && !stops(*lpReader->lpPos); lpReader->Step()) {
+        if (nStored < kAttributeSize - 1)
+            lpSlot[nStored++] = *lpReader->lpPos;
+    }
+    lpSlot[nStored] = '\0';
+}
+
+// Reads the value behind a '='. Only the double quote quotes, and '>' and ';' end a value even inside quotes.
+void ScanValue(Reader *lpReader, char *lpSlot) {
+    lpReader->SkipSet();
+    const char cEnd = lpReader->Is('"') ? '"' : ' ';
+    if (cEnd == '"')
+        lpReader->Step();
+    CopyToSlot(lpReader, lpSlot, [cEnd](char c) { return c == '>' || c == ';' || c == cEnd; });
+    if (lpReader->Is('"'))
+        lpReader->Step();
+}
+
+// Reads up to the '>' of a tag. A closing tag keeps no attributes.
+void ScanAttributes(Reader *lpReader, uint16_t wClosing, TagAttributes *lpAttributes) {
+    while (!lpReader->AtEnd() && *lpReader->lpPos != '>') {
+        if (wClosing || lpAttributes->_wCount == kMaxAttributes || IsSkipped(*lpReader->lpPos)) {
+            lpReader->Step();
+            continue;
+        }
+        char *lpValue = lpAttributes->_aszValues[lpAttributes->_wCount];
+        *lpValue = '\0';
+        CopyToSlot(lpReader, lpAttributes->_aszNames[lpAttributes->_wCount],
+                   [](char c) { return c == ' ' || c == '>' || c == '='; });
+        lpReader->SkipSet();
+        if (lpReader->Is('=')) {
+            lpReader->Step();
+            ScanValue(lpReader, lpValue);
+        }
+        ++lpAttributes->_wCount;
+    }
+}
+
+}  // namespace
+
+bool TagAttributes::Is(int nSlot, const char *lpszKeyword) const {
+    return StartsWith(_aszNames[nSlot], lpszKeyword);
+}
+
+bool StartsWith(const char *lpsz, const char *lpszPrefix) {
+    for (; *lpszPrefix; ++lpsz, ++lpszPrefix) {
+        if (ToUpper(*lpsz) != ToUpper(*lpszPrefix))
+            return false;
+    }
+    return true;
+}
+
+bool EqualsNoCase(const char *lpsz, const char *lpszOther) {
+    return StartsWith(lpsz, lpszOther) && strlen(lpsz) == strlen(lpszOther);
+}
+
+int ParseInt(const char *lpsz) {
+    while (*lpsz == ' ' || (*lpsz >= '\t' && *lpsz <= '\r'))
+        ++lpsz;
+    const bool bNegative = *lpsz == '-';
+    if (*lpsz == '-' || *lpsz == '+')
+        ++lpsz;
+    int64_t nValue = 0;
+    for (; *lpsz >= '0' && *lpsz <= '9' && nValue <= INT_MAX; ++lpsz)
+        nValue = nValue * 10 + (*lpsz - '0');
+    nValue = nValue > INT_MAX ? INT_MAX : nValue;
+    return static_cast<int>(bNegative ? -nValue : nValue);
+}
+
+// Reads what the C library's scanf reads for "%x": white space, a sign, "0x", digits.
+static uint32_t ParseHex(const char *lpsz) {
+    return static_cast<uint32_t>(strtoul(lpsz, nullptr, 16));
+}
+
+uint32_t ParseColor(const char *lpsz) {
+    if (*lpsz == '#')
+        return ParseHex(lpsz + 1) & 0xFFFFFF;
+    for (const ColorName &row : g_aColorNames) {
+        if (EqualsNoCase(lpsz, row._lpszName))
+            return row._dwColor;
+    }
+    return ParseHex(lpsz) & 0xFFFFFF;
+}
+
+void SplitString(char *lpsz, char cDelimiter, char **lppOut, uint16_t *lpwCount) {
+    const uint16_t wCapacity = *lpwCount;
+    *lpwCount = 0;
+    while (*lpwCount < wCapacity && *lpsz) {
+        lppOut[(*lpwCount)++] = lpsz;
+        while (*lpsz && *lpsz != cDelimiter)
+            ++lpsz;
+        if (*lpsz)
+            *lpsz++ = '\0';
+    }
+}
+
+int MatchEntity(const char *lpsz, int nLength, char *lpbOut) {
+    for (const Entity &row : g_aEntities) {
+        int n = 0;
+        while (row._lpszForm[n] && n < nLength && ToUpper(lpsz[n]) == ToUpper(row._lpszForm[n]))
+            ++n;
+        if (!row._lpszForm[n]) {
+            *lpbOut = static_cast<char>(row._bByte);
+            return n;
+        }
+    }
+    return 0;
+}
+
+void ExtractText(const char **lppPos, int *lpRemaining, char *lpBuffer, int nCapacity) {
+    Reader reader{*lppPos, *lpRemaining};
+    char *lpOut = lpBuffer;
+    const char *lpEnd = lpBuffer + nCapacity - 1;
+    char cLast = '\0';
+    for (; !reader.AtEnd() && *reader.lpPos != '<'; reader.Step()) {
+        char c = *reader.lpPos;
+        if (c == '\r' || c == '\n' || c == '\t')
+            c = ' ';
+        if ((c == ' ' && cLast == ' ') || lpOut == lpEnd)
+            continue;
+        if (c == '&')
+            reader.Step(MatchEntity(reader.lpPos + 1, reader.nLeft - 1, &c));
+        *lpOut++ = cLast = c;
+    }
+    *lpOut = '\0';
+    *lppPos = reader.lpPos;
+    *lpRemaining = reader.nLeft;
+}
+
+void Page::ParseHTML(const char *lpData, int nLength) {
+    while (nLength > 0) {
+        if (IsSkipped(*lpData)) {
+            ++lpData;
+            --nLength;
+        } else if (*lpData == '<') {
+            ParseTag(&lpData, &nLength);
+        } else {
+            ParseText(&lpData, &nLength);
+        }
+    }
+}
+
+void Page::ParseText(const char **lppPos, int *lpRemaining) {
+    char szText[kTextSize];
+    ExtractText(lppPos, lpRemaining, szText, kTextSize);
+    if (!*szText)
+        return;
+    Line *lpLine = _lpLines->lpData;
+    Font *lpFont = _lpFontManager->CurrentFont();
+    Text *lpText;
+    if (_lpCurHyperlink) {
+        lpText = new LinkText(this, szText, lpFont);
+        _lpCurHyperlink->AddChild(lpText);
+    } else {
+        lpText = new Text(this, szText, lpFont);
+    }
+    AddChild(lpText);
+    if (TableCell *lpCell = lpLine->_lpCell) {
+        const int nLongest = lpText->LongestWord();
+        if (nLongest > lpCell->_nMinWidth)
+            lpCell->_nMinWidth = nLongest;
+        lpCell->_nRowWidth = AddLengths(lpCell->_nRowWidth, lpText->_rc.w);
+    }
+    List_Prepend<PageItem>(lpLine->_lpItems, lpText);
+}
+
+void Page::ParseTag(const char **lppPos, int *lpRemaining) {
+    Reader reader{*lppPos, *lpRemaining};
+    TagAttributes attributes;
+    attributes._wCount = 0;
+    reader.Step();
+    TagEntry entry = FindTag(&reader);
+    ScanAttributes(&reader, entry._wClosing, &attributes);
+    if (!reader.AtEnd())
+        reader.Step();
+    *lppPos = reader.lpPos;
+    *lpRemaining = reader.nLeft;
+    if (entry._lpfnHandler)
+        entry._lpfnHandler(this, &entry, &attributes, lppPos, lpRemaining);
+}

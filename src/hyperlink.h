@@ -1,0 +1,34 @@
+// Hyperlink: what the A tag makes. It holds the URL and takes the keyboard focus, but has no place on the Page of its
+// own. What the reader sees and clicks are its members, texts and pictures that were made while the link was open.
+#pragma once
+
+#include "element.h"
+#include "htmlparser.h"
+
+class Page;
+
+class Hyperlink : public Element {
+ public:
+    // The value of HREF, owned, never null or empty.
+    char *lpszURL;
+
+    // _lpChildren are the members: the nodes are owned, the members are children of the Page.
+    Hyperlink(Page *lpPage, const char *lpszHREF);
+    ~Hyperlink() override;
+
+    void Invalidate() override;
+    // Never under the pointer: its rectangle is empty for good, and an empty one would answer at (0, 0).
+    int HitTest(int x, int y) override;
+    // Draws the focus rectangles.
+    void Render(uint32_t *lpBuffer) override;
+    int OnSetFocus() override;
+    int OnKillFocus() override;
+    int OnLMouseDown(uint16_t x, uint16_t y) override;
+    int OnLMouseUp(uint16_t x, uint16_t y) override;
+    int OnKeyDown(int key) override;
+
+ private:
+    void Follow();
+};
+
+int OnTagA(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos, int *lpRemaining);

@@ -1,0 +1,96 @@
+#include "page.h"
+
+#include <algorithm>
+
+#include "fontmanager.h"
+#include "form.h"
+#include "gfx.h"
+#include "layout.h"
+#include "mainframe.h"
+#include "meta.h"
+#include "table.h"
+#include "workers.h"
+
+Page::Page(Frame *lpFrame, const Point *lpOrigin, const Size *lpSize, const char *lpszURL)
+    : Element(lpFrame, lpOrigin, lpSize),
+      Resource(lpFrame, lpszURL, ACCEPT_TEXT | ACCEPT_HTML, METHOD_GET),
+      _rcDirty(_rc),
+      _lpFrame(lpFrame),
+      _lpFontManager(new FontManager(this)),
+      _szVisible(_rc) {
+    _lpHolder = this;
+    _lpFontManager->PushFontRecord(g_lpMainFrame->_lpFontNormal, 1);
+    List_Prepend(_lpLines, new Line);
+}
+
+// Lines, tables and forms point at the children, which go last, with the Element.
+Page::~Page() {
+    List_Destroy(_lpLines);
+    List_Destroy(_lpFlowLines);
+    List_Destroy(_lpMetaTags);
+    List_FreeNodes(_lpFetches);
+    List_Destroy(_lpTables);
+    List_Destroy(_lpForms);
+    List_Destroy(_lpAlignStack);
+    delete[] _lpszTitle;
+    delete _lpFontManager;
+}
+
+void Page::Render(uint32_t *lpBuffer) {
+    lpBuffer += static_cast<ptrdiff_t>(g_lpMainFrame->_rc.w) * _rc.y + _rc.x;
+    Rect rcDirty;
+    {
+        std::lock_guard lock(_hDirtyMutex);
+        rcDirty = _rcDirty;
+        _rcDirty = Rect();
+    }
+    if (rcDirty.IsZero())
+        return;
+    _szVisible = _lpFrame->VisibleSize();
+    // An item may have marked more than can be seen.
+    const int w = std::min(rcDirty.w, _szVisible.w - rcDirty.x);
+    const int h = std::min(rcDirty.h, _szVisible.h - rcDirty.y);
+    gfx_FillRect(_dwBgColor, rcDirty.x, rcDirty.y, w, h, lpBuffer);
+    for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext) {
+        Element *lpChild = lpNode->lpData;
+        if (lpChild->_bDirty || lpChild->Intersects(&rcDirty)) {
+            lpChild->Render(lpBuffer);
+            lpChild->_bDirty = 0;
+        }
+    }
+}
+
+// One stroke under the registry's lock: the list of fetches may be growing, and the Page may be destroyed by its worker
+// as soon as that has seen the Page's own bit.
+void Page::Cancel() {
+    WorkerRegistry::Lock lock(Workers()._mutex);
+    for (List<Resource> *lpNode = _lpFetches; lpNode; lpNode = lpNode->lpNext)
+        lpNode->lpData->Cancel();
+    Resource::Cancel();
+}
+
+void Page::AddFetch(Resource *lpResource) {
+    WorkerRegistry::Lock lock(Workers()._mutex);
+    List_Prepend(_lpFetches, lpResource);
+}
+
+void Page::OnData() {
+    _lpFrame->SetBaseHost(_lpszHost ? _lpszHost : "");
+    ParseHTML(reinterpret_cast<const char *>(_lpData), static_cast<int>(_dwLength));
+    if (!_lpFrame->MayInstall(this)) {
+        Workers().Retire(this);
+        return;
+    }
+    // The list has stopped growing, so that it can be walked without its lock.
+    for (List<Resource> *lpNode = _lpFetches; lpNode; lpNode = lpNode->lpNext)
+        _lpFrame->Fetch(lpNode->lpData);
+    _lpFrame->SetPage(this);
+}
+
+void Page::OnTimeout() {
+    Workers().Retire(this);
+}
+
+void Page::OnCancelled() {
+    Workers().Retire(this);
+}

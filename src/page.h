@@ -1,0 +1,79 @@
+// Page: one document. It is an Element, so that a Frame can hold it and pass it events, and a Resource, so that a
+// worker can load it. It owns everything that the document produced.
+//
+// A Page is made by OpenURL, or by a frameset, on any thread; fetched, parsed, laid out and installed on its worker; and
+// from then on belongs to its Frame, under that Frame's mutexes. Whatever ends it goes through WorkerRegistry::Retire.
+#pragma once
+
+#include <mutex>
+
+#include "element.h"
+#include "resource.h"
+
+class FontManager;
+class Form;
+class Hyperlink;
+class Line;
+class MetaTag;
+class Table;
+
+class Page : public Element, public Resource {
+ public:
+    // Colours of the document, 0x00RRGGBB.
+    uint32_t _dwBgColor = 0xFFFFFF;
+    uint32_t _dwLinkColor = 0x0000FF;
+    uint32_t _dwALinkColor = 0x00FFFF;
+    uint32_t _dwVLinkColor = 0xFFFF00;
+    // What to repaint, in the Page's own coordinates; all zero = nothing. Guarded by _hDirtyMutex.
+    Rect _rcDirty;
+    // Owned; null unless the document has a TITLE.
+    char *_lpszTitle = nullptr;
+    // The same as _lpOwner, and as the Resource's, whose member it hides.
+    Frame *_lpFrame;
+    List<MetaTag> *_lpMetaTags = nullptr;     // owned
+    List<int32_t> *_lpAlignStack = nullptr;   // owned; the open alignments of the parse
+    List<Table> *_lpTables = nullptr;         // owned
+    List<Line> *_lpLines = nullptr;           // owned; head = the Line being filled
+    List<Line> *_lpFlowLines = nullptr;       // owned; only within Relayout
+    List<Form> *_lpForms = nullptr;           // owned
+    // What must be fetched once parsing has ended. The Resources belong to the Elements that show them. Guarded by the
+    // registry of workers, since a cancellation may walk it during the parse.
+    List<Resource> *_lpFetches = nullptr;
+    // What is open during parsing.
+    Hyperlink *_lpCurHyperlink = nullptr;
+    Form *_lpCurForm = nullptr;
+    Table *_lpCurTable = nullptr;
+    FontManager *_lpFontManager;  // owned
+
+    Page(Frame *lpFrame, const Point *lpOrigin, const Size *lpSize, const char *lpszURL);
+    ~Page() override;
+
+    // Element
+    void Render(uint32_t *lpBuffer) override;
+
+    // Resource
+    void Cancel() override;
+    void OnData() override;
+    void OnTimeout() override;
+    void OnCancelled() override;
+
+    void AddFetch(Resource *lpResource);
+    // htmlparser.cpp: reads a document of nLength bytes. Once, before the Page is shown.
+    void ParseHTML(const char *lpData, int nLength);
+    void ParseText(const char **lppPos, int *lpRemaining);
+    void ParseTag(const char **lppPos, int *lpRemaining);
+    // layout.cpp: gives every item its place and marks the whole Page for repainting. With paint and page mutex held.
+    void Relayout();
+    void AlignLines();
+    // Adds to what must be repainted; four zeros mean the whole Page. On any thread.
+    void AddDirtyRect(int x, int y, int w, int h);
+
+    // The part of the Page that can be painted: what lies in the buffer. Set by Render, for the items.
+    Size _szVisible;
+    // Running workers of this Page and its Images; and whether it is on its way out. Guarded by the registry of workers.
+    int _nWorkers = 0;
+    bool _bRetired = false;
+
+ private:
+    std::mutex _hDirtyMutex;
+};

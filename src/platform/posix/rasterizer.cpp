@@ -1,0 +1,720 @@
+// The rasteriser of systems with fontconfig and FreeType.
+//
+// A set is made in two steps, and each step has a memory of what it gave last:
+//   face name, height, style --fontconfig--> Source: a font file and the styles that it lacks
+//   Source, height, underline ---FreeType--> FontCells
+// So a set that is asked for again costs a copy, and the many names that no system knows, which all lead to
+// the same few files, cost one look-up each. Where no font is to be had, every character is a hollow box.
+//
+// One lock guards everything here. It is a leaf: nothing of the engine is called while it is held. What it
+// guards hangs from one pointer and is not destroyed at process exit, when other threads may still run.
+#include "platform/rasterizer.h"
+
+#include <fontconfig/fontconfig.h>
+#include <ft2build.h>
+#include FT_FREETYPE_H
+#include FT_ADVANCES_H
+#include FT_BITMAP_H
+#include FT_OUTLINE_H
+#include FT_TRUETYPE_TABLES_H
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <type_traits>
+
+namespace platform {
+namespace {
+
+constexpr int kMaxCell = 255;       // pixels of a cell, either way: the engine holds them in bytes
+constexpr int kDrawPitch = 32;      // bytes of a row of the widest cell; sets are drawn so, then tightened
+constexpr int kMaxFace = 255;       // bytes of a face name that count
+constexpr int kMaxOpenFaces = 8;    // each holds a file open
+constexpr int kMaxNegative = -128;  // of a C spacing, which the engine holds in a signed byte
+constexpr FT_Pos kMaxInk = 1024;    // pixels; a larger outline is not drawn, so that no font makes FreeType
+                                    // allocate more than 128 KB for a glyph
+constexpr size_t kNameCount = 64;
+constexpr size_t kSetCount = 32;
+constexpr size_t kMaxKeptInk = 256 * 1024;  // bytes; three times what a set of 35 pixels takes
+constexpr FT_Int32 kLoadFlags = FT_LOAD_TARGET_MONO;
+
+struct FontFile {
+    FontFile *lpNext = nullptr;
+    std::unique_ptr<char[]> lpszPath;
+    int nIndex = 0;            // of the face in the file
+    FT_Face lpFace = nullptr;  // null while the file is not open
+    uint64_t nLastUse = 0;
+};
+
+struct Source {
+    FontFile *lpFile = nullptr;  // null: no font at all
+    uint16_t wMadeUp = 0;        // bold and italic, where asked for and not in the file
+
+    bool operator==(const Source &) const = default;
+};
+
+struct KeptName {
+    char szFace[kMaxFace + 1];  // in lower case
+    int nHeight;
+    uint16_t wStyle;
+    Source source;
+    uint64_t nLastUse;  // 0: free
+};
+
+struct KeptSet {
+    Source source;
+    int nHeight;
+    bool bUnderline;
+    FontCells cells;
+    uint64_t nLastUse;  // 0: free
+};
+
+// --- Cells ---
+
+int WidthOf(const FontCells::Spacing &spacing) {
+    return spacing.nA + spacing.nB + std::max(spacing.nC, 0);
+}
+
+size_t InkSize(int nHeight, int nPitch) {
+    return static_cast<size_t>(kCharCount) * static_cast<size_t>(nHeight) * static_cast<size_t>(nPitch);
+}
+
+uint8_t *RowOf(const FontCells &cells, int c, int y) {
+    return cells.lpInk.get() + (c * cells.nHeight + y) * cells.nPitch;
+}
+
+// Everything that is drawn goes through here, so nothing is written outside the cells.
+void Plot(FontCells *lpCells, int c, int x, int y) {
+    if (x < 0 || x >= kMaxCell || y < 0 || y >= lpCells->nHeight)
+        return;
+    uint8_t *lpByte = RowOf(*lpCells, c, y) + x / 8;
+    *lpByte = static_cast<uint8_t>(*lpByte | 0x80 >> x % 8);
+}
+
+// Copies everything, ink with a pitch of nPitch bytes. lpTo is unchanged if memory runs out.
+bool CopyCells(const FontCells &from, int nPitch, FontCells *lpTo) {
+    std::unique_ptr<uint8_t[]> lpInk(new (std::nothrow) uint8_t[InkSize(from.nHeight, nPitch)]);
+    if (!lpInk)
+        return false;
+    if (nPitch == from.nPitch) {
+        memcpy(lpInk.get(), from.lpInk.get(), InkSize(from.nHeight, nPitch));
+    } else {
+        const size_t nRow = static_cast<size_t>(std::min(nPitch, from.nPitch));
+        for (int y = 0; y < kCharCount * from.nHeight; ++y)
+            memcpy(lpInk.get() + y * nPitch, from.lpInk.get() + y * from.nPitch, nRow);
+    }
+    lpTo->nHeight = from.nHeight;
+    lpTo->nExternalLeading = from.nExternalLeading;
+    lpTo->nOverhang = from.nOverhang;
+    lpTo->nAveCharWidth = from.nAveCharWidth;
+    lpTo->nMaxCharWidth = from.nMaxCharWidth;
+    std::copy(std::begin(from.aSpacing), std::end(from.aSpacing), std::begin(lpTo->aSpacing));
+    lpTo->nPitch = nPitch;
+    lpTo->lpInk = std::move(lpInk);
+    return true;
+}
+
+// Where the underline of a font runs, in rows of the cell.
+struct Line {
+    int nTop, nRows;
+};
+
+void DrawUnderline(Line line, FontCells *lpCells) {
+    line.nRows = std::clamp(line.nRows, 1, lpCells->nHeight);
+    line.nTop = std::clamp(line.nTop, 0, lpCells->nHeight - line.nRows);
+    for (int c = 0; c < kCharCount; ++c) {
+        const int nWidth = WidthOf(lpCells->aSpacing[c]);
+        for (int y = line.nTop; y < line.nTop + line.nRows; ++y) {
+            for (int x = 0; x < nWidth; ++x)
+                Plot(lpCells, c, x, y);
+        }
+    }
+}
+
+// --- Hollow boxes, where there is no font ---
+
+void DrawBox(int c, int nBaseline, FontCells *lpCells) {
+    const FontCells::Spacing &spacing = lpCells->aSpacing[c];
+    const int nLeft = spacing.nA, nRight = spacing.nA + spacing.nB - 1;
+    for (int x = nLeft; x <= nRight; ++x) {
+        Plot(lpCells, c, x, 0);
+        Plot(lpCells, c, x, nBaseline - 1);
+    }
+    for (int y = 0; y < nBaseline; ++y) {
+        Plot(lpCells, c, nLeft, y);
+        Plot(lpCells, c, nRight, y);
+    }
+}
+
+// The proportions are those of a common text font: an eighth of the em below the baseline, half an em to
+// advance.
+bool DrawBoxes(int nHeight, FontCells *lpCells, Line *lpLine) {
+    const int nAdvance = std::max(3, (nHeight + 1) / 2);
+    lpCells->nHeight = std::min(nHeight + (nHeight + 7) / 8, kMaxCell);
+    lpCells->nExternalLeading = 0;
+    lpCells->nOverhang = 0;
+    lpCells->nAveCharWidth = nAdvance;
+    lpCells->nMaxCharWidth = nAdvance;
+    lpCells->nPitch = kDrawPitch;
+    lpCells->lpInk.reset(new (std::nothrow) uint8_t[InkSize(lpCells->nHeight, kDrawPitch)]());
+    if (!lpCells->lpInk)
+        return false;
+    for (int c = 0; c < kCharCount; ++c) {
+        lpCells->aSpacing[c] = {1, nAdvance - 2, 1};
+        DrawBox(c, std::min(nHeight, lpCells->nHeight), lpCells);
+    }
+    *lpLine = {nHeight, 1};
+    return true;
+}
+
+// --- Characters ---
+
+// The Unicode values of 0x80 to 0x9F in Windows-1252; 0 where it has no character.
+constexpr uint16_t kUpperControls[32] = {
+    0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178,
+};
+
+// 0 for a code that has no picture.
+unsigned UnicodeOf(int c) {
+    if (c < 0x20 || c == 0x7F)
+        return 0;
+    return c >= 0x80 && c <= 0x9F ? kUpperControls[c - 0x80] : static_cast<unsigned>(c);
+}
+
+// 0, the font's sign for a missing character, where the font has none.
+FT_UInt GlyphOf(FT_Face lpFace, int c) {
+    // The characters of picture fonts stand at a private place, not at that of the letters that call for
+    // them.
+    if (lpFace->charmap && lpFace->charmap->encoding == FT_ENCODING_MS_SYMBOL)
+        return FT_Get_Char_Index(lpFace, 0xF000u + static_cast<unsigned>(c));
+    const unsigned nCode = UnicodeOf(c);
+    const FT_UInt nGlyph = nCode ? FT_Get_Char_Index(lpFace, nCode) : 0;
+    if (!nGlyph && nCode == 0xA0)
+        return FT_Get_Char_Index(lpFace, ' ');
+    if (!nGlyph && nCode == 0xAD)
+        return FT_Get_Char_Index(lpFace, '-');
+    return nGlyph;
+}
+
+// --- A font's cells ---
+
+int RoundPixels(FT_Pos n26Dot6) {
+    return static_cast<int>(std::clamp<FT_Pos>((n26Dot6 + 32) >> 6, -kMaxCell, kMaxCell));
+}
+
+// Font units to pixels.
+int Scale(FT_Face lpFace, int nUnits, int nHeight) {
+    const FT_Long nPixels = FT_MulDiv(nUnits, nHeight, lpFace->units_per_EM);
+    return static_cast<int>(std::clamp<FT_Long>(nPixels, -kMaxCell, kMaxCell));
+}
+
+// A scalable font gets an em of nHeight pixels, any other the strike that is nearest to it.
+bool SetHeight(FT_Face lpFace, int nHeight) {
+    if (FT_IS_SCALABLE(lpFace))
+        return lpFace->units_per_EM && !FT_Set_Pixel_Sizes(lpFace, 0, static_cast<FT_UInt>(nHeight));
+    int nBest = 0;
+    for (int i = 1; i < lpFace->num_fixed_sizes; ++i) {
+        const auto lpfnMiss = [&](int n) {
+            return std::abs(lpFace->available_sizes[n].y_ppem - FT_Pos{nHeight} * 64);
+        };
+        if (lpfnMiss(i) < lpfnMiss(nBest))
+            nBest = i;
+    }
+    return !FT_Select_Size(lpFace, nBest);
+}
+
+// What a font says of itself, taken as GDI takes it: from the table made for that system where there is one.
+struct Measures {
+    int nAscent, nDescent, nLeading, nAverage;
+};
+
+Measures MeasureFace(FT_Face lpFace, int nHeight) {
+    const FT_Size_Metrics &size = lpFace->size->metrics;
+    Measures measures = {RoundPixels(size.ascender), RoundPixels(-size.descender), 0, 0};
+    const auto *lpOs2 = static_cast<const TT_OS2 *>(FT_Get_Sfnt_Table(lpFace, FT_SFNT_OS2));
+    if (!FT_IS_SCALABLE(lpFace) || !lpOs2 || lpOs2->version == 0xFFFF)
+        return measures;
+    measures.nAverage = Scale(lpFace, lpOs2->xAvgCharWidth, nHeight);
+    const int nWindows = lpOs2->usWinAscent + lpOs2->usWinDescent;
+    if (!nWindows)
+        return measures;
+    measures.nAscent = Scale(lpFace, lpOs2->usWinAscent, nHeight);
+    measures.nDescent = Scale(lpFace, lpOs2->usWinDescent, nHeight);
+    const auto *lpHhea = static_cast<const TT_HoriHeader *>(FT_Get_Sfnt_Table(lpFace, FT_SFNT_HHEA));
+    if (lpHhea) {
+        // The line gap counts from the font's own ascent and descent; what the cell has more is used up.
+        const int nGap = lpHhea->Line_Gap - (nWindows - (lpHhea->Ascender - lpHhea->Descender));
+        measures.nLeading = Scale(lpFace, std::max(nGap, 0), nHeight);
+    }
+    return measures;
+}
+
+Line UnderlineOf(FT_Face lpFace, int nHeight, int nAscent) {
+    if (!FT_IS_SCALABLE(lpFace))
+        return {nAscent + 1, 1};
+    // The position is that of the middle of the line, upwards from the baseline.
+    const int nTop = lpFace->underline_position + lpFace->underline_thickness / 2;
+    return {nAscent - Scale(lpFace, nTop, nHeight), Scale(lpFace, lpFace->underline_thickness, nHeight)};
+}
+
+// Draws the sets of one face at one height, with nAscent rows above the baseline.
+class CellPainter {
+  public:
+    CellPainter(FT_Library lpLibrary, FT_Face lpFace, int nHeight, uint16_t wMadeUp)
+        : _lpLibrary(lpLibrary), _lpFace(lpFace), _nHeight(nHeight), _wMadeUp(wMadeUp) {}
+
+    // False only if memory runs out.
+    bool Paint(FontCells *lpCells, Line *lpLine);
+
+  private:
+    bool Start(FontCells *lpCells);
+    void PaintCharacter(int c, FT_UInt nGlyph);
+    bool Load(FT_UInt nGlyph);
+    bool MakeUp();
+    void SetSpacing(int c, int nLeft, int nInk, int nAdvance);
+    void CopyInk(int c);
+
+    FT_Library _lpLibrary;
+    FT_Face _lpFace;
+    int _nHeight;
+    uint16_t _wMadeUp;
+    int _nAscent = 0;
+    FontCells *_lpCells = nullptr;
+};
+
+bool CellPainter::Paint(FontCells *lpCells, Line *lpLine) {
+    if (!Start(lpCells))
+        return false;
+    int nMissing = -1;
+    for (int c = 0; c < kCharCount; ++c) {
+        const FT_UInt nGlyph = GlyphOf(_lpFace, c);
+        if (nGlyph || nMissing < 0) {
+            PaintCharacter(c, nGlyph);
+        } else {
+            // A seventh of the code page has no character, and the sign for that is always the same.
+            const size_t nCell = static_cast<size_t>(lpCells->nHeight * lpCells->nPitch);
+            lpCells->aSpacing[c] = lpCells->aSpacing[nMissing];
+            memcpy(RowOf(*lpCells, c, 0), RowOf(*lpCells, nMissing, 0), nCell);
+        }
+        if (!nGlyph && nMissing < 0)
+            nMissing = c;
+    }
+    if (lpCells->nAveCharWidth <= 0) {
+        const FontCells::Spacing &x = lpCells->aSpacing['x'];
+        lpCells->nAveCharWidth = std::max(x.nA + x.nB + x.nC, 1);
+    }
+    *lpLine = UnderlineOf(_lpFace, _nHeight, _nAscent);
+    return true;
+}
+
+// The metrics, and empty cells. Every figure of the font is brought to what a cell can hold.
+bool CellPainter::Start(FontCells *lpCells) {
+    const Measures measures = MeasureFace(_lpFace, _nHeight);
+    const int nOverhang = _wMadeUp & kStyleBold ? 1 : 0;
+    _lpCells = lpCells;
+    _nAscent = std::clamp(measures.nAscent, 0, kMaxCell);
+    lpCells->nHeight = std::clamp(_nAscent + std::max(measures.nDescent, 0), 1, kMaxCell);
+    lpCells->nExternalLeading = std::clamp(measures.nLeading, 0, lpCells->nHeight - 1);
+    lpCells->nOverhang = nOverhang;
+    lpCells->nAveCharWidth = measures.nAverage > 0 ? std::min(measures.nAverage + nOverhang, kMaxCell) : 0;
+    const int nMax = RoundPixels(_lpFace->size->metrics.max_advance);
+    lpCells->nMaxCharWidth = std::clamp(nMax + nOverhang, 1, kMaxCell);
+    lpCells->nPitch = kDrawPitch;
+    lpCells->lpInk.reset(new (std::nothrow) uint8_t[InkSize(lpCells->nHeight, kDrawPitch)]());
+    return lpCells->lpInk != nullptr;
+}
+
+void CellPainter::PaintCharacter(int c, FT_UInt nGlyph) {
+    const FT_GlyphSlot lpSlot = _lpFace->glyph;
+    if (!Load(nGlyph)) {
+        // No ink to be had; the tables of the font often know the advance all the same.
+        FT_Fixed n16Dot16 = 0;
+        if (FT_Get_Advance(_lpFace, nGlyph, FT_LOAD_NO_HINTING, &n16Dot16))
+            n16Dot16 = 0;
+        SetSpacing(c, 0, 0, RoundPixels(n16Dot16 >> 10));
+        return;
+    }
+    int nAdvance = RoundPixels(lpSlot->advance.x);
+    if (nAdvance > 0 && _wMadeUp & kStyleBold)
+        ++nAdvance;
+    if (!lpSlot->bitmap.buffer || lpSlot->bitmap.pixel_mode != FT_PIXEL_MODE_MONO) {
+        SetSpacing(c, 0, 0, nAdvance);
+        return;
+    }
+    const int nInk = static_cast<int>(std::min<unsigned>(lpSlot->bitmap.width, kMaxInk));
+    SetSpacing(c, lpSlot->bitmap_left, nInk, nAdvance);
+    CopyInk(c);
+}
+
+// Leaves the glyph as a bitmap in the face's slot, made-up styles in it.
+bool CellPainter::Load(FT_UInt nGlyph) {
+    const FT_GlyphSlot lpSlot = _lpFace->glyph;
+    // A style can be made up well from an outline only, and for all characters alike.
+    const bool bOutline = _wMadeUp && FT_IS_SCALABLE(_lpFace);
+    if (FT_Load_Glyph(_lpFace, nGlyph, kLoadFlags | (bOutline ? FT_LOAD_NO_BITMAP : 0)))
+        return false;
+    if (_wMadeUp && !MakeUp())
+        return false;
+    if (lpSlot->format == FT_GLYPH_FORMAT_BITMAP)
+        return true;
+    if (lpSlot->format != FT_GLYPH_FORMAT_OUTLINE)
+        return false;
+    FT_BBox box;
+    FT_Outline_Get_CBox(&lpSlot->outline, &box);
+    if (box.xMax - box.xMin > kMaxInk * 64 || box.yMax - box.yMin > kMaxInk * 64)
+        return false;
+    return !FT_Render_Glyph(lpSlot, FT_RENDER_MODE_MONO);
+}
+
+// Bold is one pixel more in each stem, to the right, so that what was hinted stays on its pixels. Italic
+// leans by a fifth; a bitmap cannot be leant without breaking its strokes and stays upright.
+bool CellPainter::MakeUp() {
+    const FT_GlyphSlot lpSlot = _lpFace->glyph;
+    if (lpSlot->format == FT_GLYPH_FORMAT_OUTLINE) {
+        if (_wMadeUp & kStyleBold)
+            FT_Outline_EmboldenXY(&lpSlot->outline, 64, 0);
+        if (_wMadeUp & kStyleItalic) {
+            const FT_Matrix lean = {0x10000, 0x3333, 0, 0x10000};
+            FT_Outline_Transform(&lpSlot->outline, &lean);
+        }
+        return true;
+    }
+    if (lpSlot->format == FT_GLYPH_FORMAT_BITMAP && _wMadeUp & kStyleBold) {
+        return !FT_GlyphSlot_Own_Bitmap(lpSlot) && !FT_Bitmap_Embolden(_lpLibrary, &lpSlot->bitmap, 64, 0);
+    }
+    return true;
+}
+
+// Splits an advance into the three parts. However strange the font, what comes out fits a cell.
+void CellPainter::SetSpacing(int c, int nLeft, int nInk, int nAdvance) {
+    FontCells::Spacing &spacing = _lpCells->aSpacing[c];
+    nAdvance = std::clamp(nAdvance, 0, kMaxCell);
+    if (nInk <= 0) {
+        spacing = {0, nAdvance, 0};
+        return;
+    }
+    const int nMostRight = std::min(kMaxCell, nAdvance - kMaxNegative);
+    spacing.nA = std::clamp(nLeft, -kMaxCell, nMostRight);
+    spacing.nB = std::min(nInk, nMostRight - spacing.nA);
+    spacing.nC = nAdvance - spacing.nA - spacing.nB;
+}
+
+void CellPainter::CopyInk(int c) {
+    const FT_GlyphSlot lpSlot = _lpFace->glyph;
+    const FT_Bitmap &bitmap = lpSlot->bitmap;
+    const FontCells::Spacing &spacing = _lpCells->aSpacing[c];
+    const int nTop = _nAscent - lpSlot->bitmap_top;
+    const int nRows = static_cast<int>(std::min<unsigned>(bitmap.rows, kMaxInk));
+    for (int y = 0; y < nRows; ++y) {
+        // With a negative pitch the buffer begins with the lowest row.
+        const int nStored = bitmap.pitch < 0 ? y - (static_cast<int>(bitmap.rows) - 1) : y;
+        const uint8_t *lpRow = bitmap.buffer + static_cast<ptrdiff_t>(nStored) * bitmap.pitch;
+        for (int x = 0; x < spacing.nB; ++x) {
+            if (lpRow[x / 8] & 0x80 >> x % 8)
+                Plot(_lpCells, c, spacing.nA + x, nTop + y);
+        }
+    }
+}
+
+// --- Faces ---
+
+// The name as fontconfig wants it. szUtf8 has room for three bytes for every byte of the name.
+void FaceToUtf8(const char *lpszFace, char *lpszUtf8) {
+    for (int i = 0; i < kMaxFace && lpszFace[i]; ++i) {
+        const int c = static_cast<unsigned char>(lpszFace[i]);
+        const unsigned nUpper = c >= 0x80 && c <= 0x9F ? kUpperControls[c - 0x80] : 0u;
+        const unsigned nCode = nUpper ? nUpper : static_cast<unsigned>(c);
+        if (nCode < 0x80) {
+            *lpszUtf8++ = static_cast<char>(nCode);
+        } else if (nCode < 0x800) {
+            *lpszUtf8++ = static_cast<char>(0xC0 | nCode >> 6);
+            *lpszUtf8++ = static_cast<char>(0x80 | (nCode & 0x3F));
+        } else {
+            *lpszUtf8++ = static_cast<char>(0xE0 | nCode >> 12);
+            *lpszUtf8++ = static_cast<char>(0x80 | (nCode >> 6 & 0x3F));
+            *lpszUtf8++ = static_cast<char>(0x80 | (nCode & 0x3F));
+        }
+    }
+    *lpszUtf8 = 0;
+}
+
+// Puts the question to fontconfig. The caller destroys what it gets, which is null if there is no font.
+FcPattern *FindFont(FcConfig *lpConfig, const char *lpszFace, int nHeight, uint16_t wStyle) {
+    FcPattern *lpAsked = FcPatternCreate();
+    if (!lpAsked)
+        return nullptr;
+    // The name goes in as a value. As text to be parsed it could carry properties of its own.
+    char szUtf8[3 * kMaxFace + 1];
+    FaceToUtf8(lpszFace, szUtf8);
+    if (szUtf8[0])
+        FcPatternAddString(lpAsked, FC_FAMILY, reinterpret_cast<const FcChar8 *>(szUtf8));
+    // Everything that counts is said here and nothing is left to the defaults, which may belong to the
+    // process.
+    FcPatternAddInteger(lpAsked, FC_WEIGHT, wStyle & kStyleBold ? FC_WEIGHT_BOLD : FC_WEIGHT_REGULAR);
+    FcPatternAddInteger(lpAsked, FC_SLANT, wStyle & kStyleItalic ? FC_SLANT_ITALIC : FC_SLANT_ROMAN);
+    FcPatternAddInteger(lpAsked, FC_WIDTH, FC_WIDTH_NORMAL);
+    FcPatternAddDouble(lpAsked, FC_PIXEL_SIZE, nHeight);
+    FcPatternAddString(lpAsked, FC_LANG, reinterpret_cast<const FcChar8 *>("en"));
+    FcPatternAddBool(lpAsked, FC_SCALABLE, FcTrue);
+    // The instances of a variable font are listed as fonts of their own, and those have a weight.
+    FcPatternAddBool(lpAsked, FC_VARIABLE, FcFalse);
+    FcPatternAddBool(lpAsked, FC_COLOR, FcFalse);
+    FcPatternAddBool(lpAsked, FC_SYMBOL, FcFalse);
+    FcConfigSubstitute(lpConfig, lpAsked, FcMatchPattern);
+    FcResult nResult;
+    FcPattern *lpFound = FcFontMatch(lpConfig, lpAsked, &nResult);
+    FcPatternDestroy(lpAsked);
+    return lpFound;
+}
+
+// The styles that were asked for and that the file lacks. What fontconfig is set up to make up (a matrix, an
+// emboldening) is not in the file either, though the pattern then claims the style.
+uint16_t MissingStyle(FcPattern *lpFound, uint16_t wStyle) {
+    uint16_t wMissing = 0;
+    int nWeight = FC_WEIGHT_REGULAR, nSlant = FC_SLANT_ROMAN;
+    FcBool bEmbolden = FcFalse;
+    FcMatrix *lpMatrix = nullptr;
+    FcPatternGetInteger(lpFound, FC_WEIGHT, 0, &nWeight);
+    FcPatternGetInteger(lpFound, FC_SLANT, 0, &nSlant);
+    FcPatternGetBool(lpFound, FC_EMBOLDEN, 0, &bEmbolden);
+    FcPatternGetMatrix(lpFound, FC_MATRIX, 0, &lpMatrix);
+    if (wStyle & kStyleBold && (nWeight < FC_WEIGHT_DEMIBOLD || bEmbolden))
+        wMissing |= kStyleBold;
+    if (wStyle & kStyleItalic && (nSlant == FC_SLANT_ROMAN || (lpMatrix && lpMatrix->xy != 0)))
+        wMissing |= kStyleItalic;
+    return wMissing;
+}
+
+// --- The system's fonts, and what has been made of them ---
+
+// All members need g_mutex.
+class Engine {
+  public:
+    Engine();
+    ~Engine();
+    Engine(const Engine &) = delete;
+    Engine &operator=(const Engine &) = delete;
+
+    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells);
+
+  private:
+    Source FindSource(const char *lpszFace, int nHeight, uint16_t wStyle);
+    FontFile *FindFile(const char *lpszPath, int nIndex);
+    FT_Face OpenFace(FontFile *lpFile);
+    void CloseOldestFace();
+    bool Build(const Source &source, int nHeight, bool bUnderline, FontCells *lpCells);
+    void Keep(const Source &source, int nHeight, bool bUnderline, const FontCells &cells);
+
+    FT_Library _lpLibrary = nullptr;  // null, like the next, if it is not to be had; then there are no fonts
+    FcConfig *_lpConfig = nullptr;
+    FontFile *_lpFiles = nullptr;  // every file that was ever met; the fonts of the system limit their number
+    int _nOpenFaces = 0;
+    uint64_t _nUses = 0;  // the time, for what was used last
+    KeptName _aNames[kNameCount] = {};
+    KeptSet _aSets[kSetCount] = {};
+};
+
+template <typename Entry, size_t nCount>
+Entry &LeastRecentlyUsed(Entry (&aEntries)[nCount]) {
+    return *std::min_element(aEntries, aEntries + nCount, [](const Entry &left, const Entry &right) {
+        return left.nLastUse < right.nLastUse;
+    });
+}
+
+// A configuration of our own, since that of the process belongs to the host.
+Engine::Engine() {
+    _lpConfig = FcInitLoadConfigAndFonts();
+    if (FT_Init_FreeType(&_lpLibrary))
+        _lpLibrary = nullptr;
+}
+
+Engine::~Engine() {
+    while (FontFile *lpFile = _lpFiles) {
+        _lpFiles = lpFile->lpNext;
+        if (lpFile->lpFace)
+            FT_Done_Face(lpFile->lpFace);
+        delete lpFile;
+    }
+    if (_lpLibrary)
+        FT_Done_FreeType(_lpLibrary);
+    if (_lpConfig)
+        FcConfigDestroy(_lpConfig);
+}
+
+bool Engine::Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) {
+    const Source source = FindSource(lpszFace, nHeight, wStyle & (kStyleBold | kStyleItalic));
+    const bool bUnderline = wStyle & kStyleUnderline;
+    for (KeptSet &set : _aSets) {
+        if (set.nLastUse && set.nHeight == nHeight && set.bUnderline == bUnderline && set.source == source) {
+            set.nLastUse = ++_nUses;
+            return CopyCells(set.cells, set.cells.nPitch, lpCells);
+        }
+    }
+    if (!Build(source, nHeight, bUnderline, lpCells))
+        return false;
+    Keep(source, nHeight, bUnderline, *lpCells);
+    return true;
+}
+
+Source Engine::FindSource(const char *lpszFace, int nHeight, uint16_t wStyle) {
+    char szFace[kMaxFace + 1] = {};
+    for (int i = 0; i < kMaxFace && lpszFace[i]; ++i) {
+        const char c = lpszFace[i];
+        szFace[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    for (KeptName &name : _aNames) {
+        if (name.nLastUse && name.nHeight == nHeight && name.wStyle == wStyle &&
+            !strcmp(name.szFace, szFace)) {
+            name.nLastUse = ++_nUses;
+            return name.source;
+        }
+    }
+    KeptName &name = LeastRecentlyUsed(_aNames);
+    memcpy(name.szFace, szFace, sizeof szFace);
+    name.nHeight = nHeight;
+    name.wStyle = wStyle;
+    name.source = {};
+    name.nLastUse = ++_nUses;
+    FcPattern *lpFound = _lpConfig ? FindFont(_lpConfig, szFace, nHeight, wStyle) : nullptr;
+    FcChar8 *lpszPath = nullptr;
+    if (lpFound && FcPatternGetString(lpFound, FC_FILE, 0, &lpszPath) == FcResultMatch) {
+        int nIndex = 0;
+        FcPatternGetInteger(lpFound, FC_INDEX, 0, &nIndex);
+        name.source.lpFile = FindFile(reinterpret_cast<const char *>(lpszPath), nIndex);
+        name.source.wMadeUp = name.source.lpFile ? MissingStyle(lpFound, wStyle) : uint16_t{0};
+    }
+    if (lpFound)
+        FcPatternDestroy(lpFound);
+    return name.source;
+}
+
+FontFile *Engine::FindFile(const char *lpszPath, int nIndex) {
+    // fontconfig marks a variable font as such in the sign; FreeType wants the face alone.
+    if (nIndex < 0)
+        nIndex &= 0xFFFF;
+    for (FontFile *lpFile = _lpFiles; lpFile; lpFile = lpFile->lpNext) {
+        if (lpFile->nIndex == nIndex && !strcmp(lpFile->lpszPath.get(), lpszPath))
+            return lpFile;
+    }
+    std::unique_ptr<FontFile> lpFile(new (std::nothrow) FontFile);
+    if (!lpFile)
+        return nullptr;
+    const size_t nSize = strlen(lpszPath) + 1;
+    lpFile->lpszPath.reset(new (std::nothrow) char[nSize]);
+    if (!lpFile->lpszPath)
+        return nullptr;
+    memcpy(lpFile->lpszPath.get(), lpszPath, nSize);
+    lpFile->nIndex = nIndex;
+    lpFile->lpNext = _lpFiles;
+    return _lpFiles = lpFile.release();
+}
+
+// Null if the file cannot be read or is no font.
+FT_Face Engine::OpenFace(FontFile *lpFile) {
+    lpFile->nLastUse = ++_nUses;
+    if (lpFile->lpFace)
+        return lpFile->lpFace;
+    if (_nOpenFaces >= kMaxOpenFaces)
+        CloseOldestFace();
+    if (FT_New_Face(_lpLibrary, lpFile->lpszPath.get(), lpFile->nIndex, &lpFile->lpFace)) {
+        lpFile->lpFace = nullptr;
+        return nullptr;
+    }
+    ++_nOpenFaces;
+    if (!lpFile->lpFace->charmap)
+        FT_Select_Charmap(lpFile->lpFace, FT_ENCODING_MS_SYMBOL);
+    return lpFile->lpFace;
+}
+
+void Engine::CloseOldestFace() {
+    FontFile *lpOldest = nullptr;
+    for (FontFile *lpFile = _lpFiles; lpFile; lpFile = lpFile->lpNext) {
+        if (lpFile->lpFace && (!lpOldest || lpFile->nLastUse < lpOldest->nLastUse))
+            lpOldest = lpFile;
+    }
+    FT_Done_Face(lpOldest->lpFace);
+    lpOldest->lpFace = nullptr;
+    --_nOpenFaces;
+}
+
+bool Engine::Build(const Source &source, int nHeight, bool bUnderline, FontCells *lpCells) {
+    FontCells drawn;
+    Line line;
+    const FT_Face lpFace = source.lpFile && _lpLibrary ? OpenFace(source.lpFile) : nullptr;
+    const bool bDrawn = lpFace && SetHeight(lpFace, nHeight)
+                            ? CellPainter(_lpLibrary, lpFace, nHeight, source.wMadeUp).Paint(&drawn, &line)
+                            : DrawBoxes(nHeight, &drawn, &line);
+    if (!bDrawn)
+        return false;
+    if (bUnderline)
+        DrawUnderline(line, &drawn);
+    int nWidest = 1;
+    for (const FontCells::Spacing &spacing : drawn.aSpacing)
+        nWidest = std::max(nWidest, WidthOf(spacing));
+    return CopyCells(drawn, (nWidest + 7) / 8, lpCells);
+}
+
+// A set that does not find the memory is not kept, nothing more.
+void Engine::Keep(const Source &source, int nHeight, bool bUnderline, const FontCells &cells) {
+    if (InkSize(cells.nHeight, cells.nPitch) > kMaxKeptInk)
+        return;
+    KeptSet &set = LeastRecentlyUsed(_aSets);
+    set.nLastUse = 0;
+    if (!CopyCells(cells, cells.nPitch, &set.cells))
+        return;
+    set.source = source;
+    set.nHeight = nHeight;
+    set.bUnderline = bUnderline;
+    set.nLastUse = ++_nUses;
+}
+
+class SystemRasterizer final : public Rasterizer {
+  public:
+    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) override;
+};
+
+constinit std::mutex g_mutex;
+
+// Under g_mutex. The system's rasteriser is made in place and never destroyed: it has no state, only a type.
+constinit Engine *g_lpEngine = nullptr;
+constinit Rasterizer *g_lpReplacement = nullptr;
+constinit SystemRasterizer *g_lpSystem = nullptr;
+alignas(SystemRasterizer) unsigned char g_aSystem[sizeof(SystemRasterizer)];
+
+static_assert(std::is_trivially_destructible_v<std::mutex>, "threads may still run at process exit");
+
+bool SystemRasterizer::Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) {
+    const std::lock_guard lock(g_mutex);
+    if (!g_lpEngine)
+        g_lpEngine = new (std::nothrow) Engine;
+    return g_lpEngine && g_lpEngine->Rasterize(lpszFace, std::clamp(nHeight, 1, kMaxCell), wStyle, lpCells);
+}
+
+}  // namespace
+
+Rasterizer *GetRasterizer() {
+    const std::lock_guard lock(g_mutex);
+    if (g_lpReplacement)
+        return g_lpReplacement;
+    if (!g_lpSystem)
+        g_lpSystem = new (g_aSystem) SystemRasterizer;
+    return g_lpSystem;
+}
+
+void ReplaceRasterizer(Rasterizer *lpRasterizer) {
+    const std::lock_guard lock(g_mutex);
+    g_lpReplacement = lpRasterizer;
+}
+
+void ReleaseRasterizer() {
+    const std::lock_guard lock(g_mutex);
+    delete g_lpEngine;
+    g_lpEngine = nullptr;
+}
+
+}  // namespace platform

@@ -1,0 +1,95 @@
+#include "platform/thread.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <memory>
+
+namespace platform {
+
+namespace {
+
+// The deepest that a worker goes is a tag's handler above the attributes of one tag and the rasteriser, together well
+// below this. Sanitizers make frames larger.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t kStackSize = 1024 * 1024;
+#else
+constexpr size_t kStackSize = 256 * 1024;
+#endif
+
+std::atomic<int> g_nFailures{0};
+
+struct StartRecord {
+    Thread::Body lpfnBody;
+    void *lpArgument;
+};
+
+void *RunBody(void *lpStart) {
+    const std::unique_ptr<StartRecord> lpOwned(static_cast<StartRecord *>(lpStart));
+    const StartRecord start = *lpOwned;
+    start.lpfnBody(start.lpArgument);
+    return nullptr;
+}
+
+// A test's order to fail: true as long as it lasts.
+bool TakeFailure() {
+    int nLeft = g_nFailures;
+    while (nLeft > 0 && !g_nFailures.compare_exchange_weak(nLeft, nLeft - 1)) {
+    }
+    return nLeft > 0;
+}
+
+}  // namespace
+
+// The host's signals stay with the host's threads.
+bool Thread::Start(Body lpfnBody, void *lpArgument) {
+    static_assert(sizeof(pthread_t) <= sizeof _aHandle);
+    if (TakeFailure())
+        return false;
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0)
+        return false;
+    pthread_attr_setstacksize(&attributes, kStackSize);
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    auto lpStart = std::make_unique<StartRecord>(StartRecord{lpfnBody, lpArgument});
+    pthread_t thread;
+    const bool bStarted = pthread_create(&thread, &attributes, RunBody, lpStart.get()) == 0;
+    if (bStarted) {
+        lpStart.release();
+        memcpy(_aHandle, &thread, sizeof thread);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_attr_destroy(&attributes);
+    return bStarted;
+}
+
+void Thread::Join() {
+    pthread_t thread;
+    memcpy(&thread, _aHandle, sizeof thread);
+    pthread_join(thread, nullptr);
+}
+
+void FailThreadStarts(int nCount) {
+    g_nFailures = nCount;
+}
+
+void Event::Set() {
+    std::lock_guard lock(_mutex);
+    _bSet = true;
+    _changed.notify_one();
+}
+
+bool Event::WaitFor(uint32_t nWait) {
+    std::unique_lock lock(_mutex);
+    const bool bSet = _changed.wait_for(lock, std::chrono::milliseconds(nWait), [this] { return _bSet; });
+    _bSet = false;
+    return bSet;
+}
+
+}  // namespace platform

@@ -1,0 +1,52 @@
+// The model of a table: a set of column widths that all its rows share. There are no rows and no cells: a Line names its
+// column, and the layout finds the rows in the sequence of Lines.
+//
+// The records are written by the parser and by DistributeWidths, with the Frame's mutexes held.
+#pragma once
+
+#include <cstdint>
+
+#include "list.h"
+
+class Page;
+
+// No column is ever narrower.
+inline constexpr int kMinColumnWidth = 50;
+
+// One column. Widths and heights in pixels.
+struct TableCell {
+    int32_t _nMaxWidth = 0;  // the widest finished row: what the column would like to have
+    int32_t _nMinWidth = kMinColumnWidth;
+    int32_t _nMinHeight = kMinColumnWidth;
+    int32_t _nWidth = 0;       // what it has now; survives from one layout to the next
+    int32_t _nWantWidth = 0;   // 0 = none
+    int32_t _nWantHeight = 0;  // 0 = none
+    int32_t _nRowWidth = 0;    // widths of the items since the row began
+    uint8_t _bAlign = 0;
+};
+
+class Table {
+ public:
+    int32_t _nWidth = 0;
+    Page *_lpPage;
+    // Owned. Head = the last column.
+    List<TableCell> *_lpCols = nullptr;
+    // Where the parse stands; null before the first column and behind the last.
+    List<TableCell> *lpllCurCol = nullptr;
+
+    explicit Table(Page *lpPage);
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
+    ~Table();
+
+    void AddColumn(int nWidth, int nHeight, uint8_t bAlign);
+    void StartRow();
+    // lpllCurCol must not be null.
+    void EndCell();
+    // Shares out the width of the Page among the columns.
+    void DistributeWidths();
+
+ private:
+    int32_t Shrink(int32_t nExcess, int nColumns);
+    int32_t Grow(int32_t nRoom, int nColumns);
+};

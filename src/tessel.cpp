@@ -1,0 +1,242 @@
+// The exports: argument checks, the lock that keeps the timer out, and nothing else.
+//
+// The export lock is held through every export and every tick. A call that comes on a thread of the library itself, from
+// inside the host's callback, would wait for a host that may be waiting for that thread, and is ignored.
+#include "tessel.h"
+
+#include <cassert>
+#include <chrono>
+#include <mutex>
+#include <new>
+
+#include "gfx.h"
+#include "mainframe.h"
+#include "platform/clock.h"
+#include "platform/timer.h"
+#include "resource.h"
+#include "tessel_host.h"
+#include "tessel_internal.h"
+#include "workers.h"
+
+namespace {
+
+constexpr uint32_t kTimerPeriod = 100;
+// How long a tick waits for an export to end. It is dropped then; the next one looks again.
+constexpr std::chrono::milliseconds kTickPatience(50);
+
+struct ExportState {
+    std::recursive_timed_mutex mutex;
+    platform::Timer timer;
+    int nDepth = 0;          // exports inside each other, by way of the callback
+    bool bRunning = false;   // between tessel_Init and tessel_ShutDown
+    bool bShutDown = false;  // tessel_ShutDown was called from inside a callback
+};
+
+// Never destroyed: the timer's thread may still look at it while the process exits.
+ExportState &State() {
+    alignas(ExportState) static unsigned char s_aStorage[sizeof(ExportState)];
+    static ExportState *s_lpState = new (s_aStorage) ExportState;
+    return *s_lpState;
+}
+
+// One export call. Frame() is what it works on: null if the call is to do nothing.
+class ExportCall {
+ public:
+    enum Need { kLoaded, kRunning };
+
+    explicit ExportCall(Need need = kRunning) {
+        if (WorkerRegistry::OnOwnThread())
+            return;
+        State().mutex.lock();
+        ++State().nDepth;
+        _bEntered = true;
+        assert(g_lpMainFrame);
+        assert(need == kLoaded || State().bRunning);
+        if (need == kLoaded || State().bRunning)
+            _lpFrame = g_lpMainFrame;
+    }
+
+    ~ExportCall() {
+        if (!_bEntered)
+            return;
+        if (--State().nDepth == 0 && State().bShutDown)
+            DestroyMainFrame();
+        State().mutex.unlock();
+    }
+
+    ExportCall(const ExportCall &) = delete;
+    ExportCall &operator=(const ExportCall &) = delete;
+
+    MainFrame *Frame() const { return _lpFrame; }
+
+ private:
+    MainFrame *_lpFrame = nullptr;
+    bool _bEntered = false;
+};
+
+void OnTick(uint32_t) {
+    std::unique_lock lock(State().mutex, kTickPatience);
+    if (!lock || !State().bRunning)
+        return;
+    Workers().RunStranded();
+    g_lpMainFrame->OnTimer(platform::Ticks());
+}
+
+using MouseEvent = int (Element::*)(uint16_t, uint16_t);
+using KeyEvent = int (Element::*)(int);
+
+int SendMouse(MouseEvent lpfnEvent, uint16_t x, uint16_t y) {
+    const ExportCall call;
+    return call.Frame() ? (call.Frame()->*lpfnEvent)(x, y) : 0;
+}
+
+int SendKey(KeyEvent lpfnEvent, int nKey) {
+    const ExportCall call;
+    return call.Frame() ? (call.Frame()->*lpfnEvent)(nKey) : 0;
+}
+
+}  // namespace
+
+void DestroyMainFrame() {
+    ExportState &state = State();
+    state.bShutDown = false;
+    state.bRunning = false;
+    state.timer.Stop();
+    if (!g_lpMainFrame)
+        return;
+    Workers().Close();
+    delete g_lpMainFrame;
+    g_lpMainFrame = nullptr;
+}
+
+extern "C" {
+
+int tessel_Init(void *window, int width, int height) {
+    const ExportCall call(ExportCall::kLoaded);
+    MainFrame *lpFrame = call.Frame();
+    if (!lpFrame || State().bRunning || !window || width <= 0 || height <= 0)
+        return 0;
+    lpFrame->hWnd = window;
+    lpFrame->_rc.w = width;
+    lpFrame->_rc.h = height;
+    g_nBufferWidth = static_cast<uint32_t>(width);
+    if (!lpFrame->CreateDefaultFonts())
+        return 0;
+    // Without a thread for the timer no page refreshes itself; everything else works.
+    State().timer.Start(kTimerPeriod, OnTick);
+    State().bRunning = true;
+    return 1;
+}
+
+void tessel_ShutDown(void) {
+    const ExportCall call(ExportCall::kLoaded);
+    if (!call.Frame())
+        return;
+    State().bRunning = false;
+    State().bShutDown = true;
+}
+
+void tessel_SetSize(int, int) {}
+
+void tessel_SetCallback(int index, tessel_Callback callback) {
+    const ExportCall call(ExportCall::kLoaded);
+    if (call.Frame() && index >= 0 && index < kCallbackSlots)
+        call.Frame()->_alpfnCallback[index] = callback;
+}
+
+void tessel_OpenURL(const char *url) {
+    const ExportCall call;
+    if (call.Frame() && url)
+        call.Frame()->OpenURL(url, 1, METHOD_GET);
+}
+
+void tessel_GetTitle(char *title) {
+    const ExportCall call;
+    if (call.Frame() && title)
+        call.Frame()->GetTitle(title);
+}
+
+void tessel_Prev(void) {
+    const ExportCall call;
+    if (call.Frame())
+        call.Frame()->Prev();
+}
+
+void tessel_Next(void) {
+    const ExportCall call;
+    if (call.Frame())
+        call.Frame()->Next();
+}
+
+void tessel_OnCancel(void) {
+    const ExportCall call;
+    if (call.Frame())
+        call.Frame()->OnCancel();
+}
+
+void tessel_Invalidate(void) {
+    const ExportCall call;
+    if (call.Frame())
+        call.Frame()->Invalidate();
+}
+
+void tessel_Render(uint32_t *buffer) {
+    const ExportCall call;
+    if (call.Frame() && buffer)
+        call.Frame()->Render(buffer);
+}
+
+int tessel_OnMouseMove(uint16_t x, uint16_t y) {
+    return SendMouse(&Element::OnMouseMove, x, y);
+}
+
+int tessel_OnLMouseDown(uint16_t x, uint16_t y) {
+    return SendMouse(&Element::OnLMouseDown, x, y);
+}
+
+int tessel_OnRMouseDown(uint16_t x, uint16_t y) {
+    return SendMouse(&Element::OnRMouseDown, x, y);
+}
+
+int tessel_OnLMouseUp(uint16_t x, uint16_t y) {
+    return SendMouse(&Element::OnLMouseUp, x, y);
+}
+
+int tessel_OnRMouseUp(uint16_t x, uint16_t y) {
+    return SendMouse(&Element::OnRMouseUp, x, y);
+}
+
+int tessel_OnLMouseDrag(uint16_t x, uint16_t y) {
+    return SendMouse(&Element::OnLMouseDrag, x, y);
+}
+
+int tessel_OnRMouseDrag(uint16_t x, uint16_t y) {
+    return SendMouse(&Element::OnRMouseDrag, x, y);
+}
+
+int tessel_OnChar(int c) {
+    return SendKey(&Element::OnChar, c);
+}
+
+int tessel_OnKeyDown(int key) {
+    return SendKey(&Element::OnKeyDown, key);
+}
+
+int tessel_OnKeyUp(int key) {
+    return SendKey(&Element::OnKeyUp, key);
+}
+
+int tessel_OnSysKeyDown(int key) {
+    return SendKey(&Element::OnSysKeyDown, key);
+}
+
+int tessel_OnSysKeyUp(int key) {
+    return SendKey(&Element::OnSysKeyUp, key);
+}
+
+void platform_GetFetchCounts(platform_FetchCounts *counts) {
+    if (counts)
+        Workers().GetCounts(counts);
+}
+
+}  // extern "C"

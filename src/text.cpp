@@ -1,0 +1,209 @@
+// The cutting of a run keeps a running width: each byte is measured once for the line that it ends up on, and once more
+// if it belongs to a word that did not fit.
+#include "text.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include "fontmanager.h"
+#include "gfx.h"
+#include "hyperlink.h"
+#include "page.h"
+
+namespace {
+
+// A line of text is a quarter higher than its font; the extra space is below.
+int LineHeight(const Font *lpFont) {
+    return lpFont->_lpCharInfo->_bHeight * 5 / 4;
+}
+
+}  // namespace
+
+Text::Text(Page *lpPage, const char *lpszText, Font *lpFont)
+    : PageItem(lpPage, 0), _lpszText(StrDup(lpszText)), _lpFont(lpFont) {
+    assert(_lpszText);
+    assert(_lpFont);
+    _rc.w = MeasureText(_lpszText, _lpFont);
+    _rc.h = LineHeight(_lpFont);
+}
+
+Text::~Text() {
+    delete[] _lpszText;
+}
+
+// Where pieces stand, the rectangle of the whole is not kept.
+void Text::Invalidate() {
+    if (!_lpChildren) {
+        Element::Invalidate();
+        return;
+    }
+    for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext)
+        lpNode->lpData->Invalidate();
+    _bDirty = 1;
+}
+
+int Text::HitTest(int x, int y) {
+    if (!_lpChildren)
+        return Element::HitTest(x, y);
+    for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext) {
+        if (lpNode->lpData->HitTest(x, y))
+            return 1;
+    }
+    return 0;
+}
+
+int Text::Intersects(const Rect *lpRect) {
+    if (!_lpChildren)
+        return Element::Intersects(lpRect);
+    for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext) {
+        if (lpNode->lpData->Intersects(lpRect))
+            return 1;
+    }
+    return 0;
+}
+
+void Text::Render(uint32_t *lpBuffer) {
+    if (_lpChildren)
+        Element::Render(lpBuffer);
+    else
+        Draw(_lpFont->_dwColor, lpBuffer);
+}
+
+void Text::Draw(uint32_t dwColor, uint32_t *lpBuffer) const {
+    const Size clip = ClippedSize();
+    if (clip.w > 0 && clip.h > 0)
+        gfx_TextOut(_lpszText, _lpFont->_lpCharInfo, dwColor, _rc.x, _rc.y, clip.w, clip.h, lpBuffer);
+}
+
+// The pointer or the focus may be on a piece.
+void Text::DestroyPieces() {
+    _lpHover = nullptr;
+    _lpFocus = nullptr;
+    List_Destroy(_lpChildren);
+}
+
+void Text::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen, int *lpnWidth) {
+    DestroyPieces();
+    const int nWidth = MeasureText(_lpszText, _lpFont);
+    _rc.h = LineHeight(_lpFont);
+    int nAvail = *lpnWidth - (lpPen->x - nLeft);
+    if (nWidth > nAvail && SplitText(nAvail, *lpnWidth)) {
+        // Not even the first word fits here: the run begins on a line of its own.
+        lpPen->x = nLeft;
+        lpPen->y = AddLengths(lpPen->y, *lpnLineHeight);
+        *lpnUsed = AddLengths(*lpnUsed, *lpnLineHeight);
+        *lpnLineHeight = 0;
+        if (!(*lppLine)->_lpCell)
+            *lppLine = AddFlowLine(GetPage(), *lppLine);
+        nAvail = *lpnWidth;
+        if (nWidth > nAvail)
+            SplitText(nAvail, *lpnWidth);
+    }
+    if (_lpChildren) {
+        PlacePieces(lppLine, nLeft, lpnUsed, lpnLineHeight, lpPen);
+        return;
+    }
+    List_Prepend<PageItem>((*lppLine)->_lpItems, this);
+    _rc.w = nWidth;
+    _rc.x = lpPen->x;
+    _rc.y = lpPen->y;
+    lpPen->x = AddLengths(lpPen->x, nWidth);
+    *lpnLineHeight = std::max(*lpnLineHeight, _rc.h);
+}
+
+// Every piece but the last ends its line. In a table cell they all stay in one flow Line.
+void Text::PlacePieces(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen) {
+    for (List<Element> *lpNode = List_Tail(_lpChildren); lpNode; lpNode = lpNode->lpPrev) {
+        Text *lpPiece = static_cast<Text *>(lpNode->lpData);
+        lpPiece->_rc.x = lpPen->x;
+        lpPiece->_rc.y = lpPen->y;
+        *lpnLineHeight = std::max(*lpnLineHeight, lpPiece->_rc.h);
+        List_Prepend<PageItem>((*lppLine)->_lpItems, lpPiece);
+        if (!lpNode->lpPrev) {
+            lpPen->x = AddLengths(lpPen->x, lpPiece->_rc.w);
+            break;
+        }
+        lpPen->x = nLeft;
+        lpPen->y = AddLengths(lpPen->y, *lpnLineHeight);
+        *lpnUsed = AddLengths(*lpnUsed, *lpnLineHeight);
+        if (!(*lppLine)->_lpCell)
+            *lppLine = AddFlowLine(GetPage(), *lppLine);
+    }
+}
+
+Text *Text::AddPiece(const char *lpsz) {
+    Text *lpPiece = new Text(GetPage(), lpsz, _lpFont);
+    AddChild(lpPiece);
+    return lpPiece;
+}
+
+int Text::SplitText(int nFirst, int nFull) {
+    const CharGlyph *lpGlyphs = _lpFont->_lpCharInfo->_aGlyphs;
+    char *lpPiece = _lpszText;  // where the piece being read begins
+    char *lpSpace = nullptr;    // the last space in it
+    int nLimit = nFirst;
+    int nWidth = 0;
+    for (char *lp = _lpszText; *lp; ++lp) {
+        nWidth += lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
+        const bool bFirstWord = !_lpChildren && !lpSpace && *lp != ' ';
+        if (bFirstWord && nWidth > nFirst && nFirst < nFull)
+            return 1;
+        if (nWidth >= nLimit && lpSpace) {
+            // The piece is copied from where it stands: its last space ends it for the moment.
+            *lpSpace = '\0';
+            AddPiece(lpPiece);
+            *lpSpace = ' ';
+            lp = lpSpace;
+            lpPiece = lpSpace + 1;
+            lpSpace = nullptr;
+            nLimit = nFull;
+            nWidth = 0;
+        } else if (*lp == ' ') {
+            lpSpace = lp;
+        }
+    }
+    if (*lpPiece)
+        AddPiece(lpPiece);
+    return 0;
+}
+
+int Text::LongestWord() const {
+    const CharGlyph *lpGlyphs = _lpFont->_lpCharInfo->_aGlyphs;
+    int nLongest = 0;
+    int nWord = 0;
+    for (const char *lp = _lpszText; *lp; ++lp) {
+        nWord = *lp == ' ' ? 0 : nWord + lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
+        nLongest = std::max(nLongest, nWord);
+    }
+    return nLongest;
+}
+
+LinkText::LinkText(Page *lpPage, const char *lpszText, Font *lpFont)
+    : Text(lpPage, lpszText, lpFont), _lpHyperlink(lpPage->_lpCurHyperlink) {}
+
+void LinkText::Render(uint32_t *lpBuffer) {
+    const Page *lpPage = GetPage();
+    if (_lpChildren)
+        Element::Render(lpBuffer);
+    else
+        Draw(HasFocus(_lpHyperlink) ? lpPage->_dwALinkColor : lpPage->_dwLinkColor, lpBuffer);
+}
+
+int LinkText::OnLMouseDown(uint16_t x, uint16_t y) {
+    return _lpHyperlink->OnLMouseDown(x, y);
+}
+
+int LinkText::OnLMouseUp(uint16_t x, uint16_t y) {
+    return _lpHyperlink->OnLMouseUp(x, y);
+}
+
+int LinkText::OnKeyDown(int key) {
+    return _lpHyperlink->OnKeyDown(key);
+}
+
+Text *LinkText::AddPiece(const char *lpsz) {
+    LinkText *lpPiece = new LinkText(GetPage(), lpsz, _lpFont);
+    lpPiece->_lpHyperlink = _lpHyperlink;
+    AddChild(lpPiece);
+    return lpPiece;
+}

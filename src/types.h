@@ -1,0 +1,43 @@
+// The small types that every module shares.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+struct Point {
+    int32_t x = 0;
+    int32_t y = 0;
+};
+
+struct Size {
+    int32_t w = 0;
+    int32_t h = 0;
+};
+
+// A position and a size; x, y, w and h in this order. A Rect is a Point and a Size, so that either half can be handed
+// on by address.
+struct Rect : Point, Size {
+    Rect() = default;
+    Rect(const Point *lpOrigin, const Size *lpSize) : Point(*lpOrigin), Size(*lpSize) {}
+    Rect(int32_t nX, int32_t nY, int32_t nW, int32_t nH) : Point{nX, nY}, Size{nW, nH} {}
+
+    bool IsZero() const { return (x | y | w | h) == 0; }
+    bool operator==(const Rect &rc) const { return x == rc.x && y == rc.y && w == rc.w && h == rc.h; }
+};
+
+// Positions and lengths of a page add up to no more than this, so that no page can make a sum of two wrap.
+inline constexpr int32_t kMaxLength = 1 << 29;
+
+inline int32_t AddLengths(int32_t n, int32_t nMore) {
+    return n + nMore > kMaxLength ? kMaxLength : n + nMore;
+}
+
+// A heap copy of a zero-terminated string, to be deleted with delete[]; null for null.
+inline char *StrDup(const char *lpsz) {
+    if (!lpsz)
+        return nullptr;
+    const size_t nSize = strlen(lpsz) + 1;
+    char *lpszCopy = new char[nSize];
+    memcpy(lpszCopy, lpsz, nSize);
+    return lpszCopy;
+}

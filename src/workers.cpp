@@ -1,0 +1,284 @@
+#include "workers.h"
+
+#include <new>
+
+#include "frame.h"
+#include "frameset.h"
+#include "page.h"
+
+namespace {
+
+// Set for the life of each thread that the library has started.
+thread_local bool t_bOwnThread = false;
+
+template <class T>
+void Link(T *&lpFirst, T *lpEntry) {
+    lpEntry->lpPrev = nullptr;
+    lpEntry->lpNext = lpFirst;
+    if (lpFirst)
+        lpFirst->lpPrev = lpEntry;
+    lpFirst = lpEntry;
+}
+
+template <class T>
+void Unlink(T *&lpFirst, T *lpEntry) {
+    (lpEntry->lpPrev ? lpEntry->lpPrev->lpNext : lpFirst) = lpEntry->lpNext;
+    if (lpEntry->lpNext)
+        lpEntry->lpNext->lpPrev = lpEntry->lpPrev;
+}
+
+// Whether lpFrame is lpAncestor or stands below it.
+bool IsWithin(const Frame *lpFrame, const Frame *lpAncestor) {
+    while (lpFrame && lpFrame != lpAncestor)
+        lpFrame = lpFrame->_lpParent;
+    return lpFrame != nullptr;
+}
+
+bool IsRetired(const Frame *lpFrame) {
+    while (lpFrame && !lpFrame->_bRetired)
+        lpFrame = lpFrame->_lpParent;
+    return lpFrame != nullptr;
+}
+
+}  // namespace
+
+WorkerRegistry &Workers() {
+    // Never destroyed: threads may still look at it while the process exits.
+    alignas(WorkerRegistry) static unsigned char s_aStorage[sizeof(WorkerRegistry)];
+    static WorkerRegistry *s_lpRegistry = new (s_aStorage) WorkerRegistry;
+    return *s_lpRegistry;
+}
+
+bool WorkerRegistry::OnOwnThread() {
+    return t_bOwnThread;
+}
+
+void WorkerRegistry::Open() {
+    Lock lock(_mutex);
+    _bClosing = false;
+    _counts = {};
+}
+
+void WorkerRegistry::Close() {
+    std::unique_lock lock(_mutex);
+    _bClosing = true;
+    CancelBelow(nullptr);
+    // Running workers take over those that wait for a thread; without any they end here.
+    while (_lpStranded && !_nRunning) {
+        Worker *lpWorker = TakeStranded();
+        lock.unlock();
+        lpWorker->lpResource->OnCancelled();
+        Leave(lpWorker);
+        delete lpWorker;
+        lock.lock();
+    }
+    _changed.wait(lock, [this] { return _nRunning == 0; });
+    lock.unlock();
+    Reap();
+}
+
+void WorkerRegistry::Start(Resource *lpResource) {
+    Worker *lpWorker = new Worker{};
+    lpWorker->lpResource = lpResource;
+    {
+        Lock lock(_mutex);
+        if (_bClosing || IsRetired(lpResource->_lpFrame))
+            lpResource->_wState |= RS_CANCELLED;
+        Count(lpResource, 1);
+        lpWorker->bCounted = true;
+        ++(lpResource->IsDocument() ? _counts.pages_running : _counts.images_running);
+        lpResource->_lpWorker = lpWorker;
+        if (!Launch(lpWorker))
+            Link(_lpStranded, lpWorker);
+    }
+    Reap();
+}
+
+// Under the lock, so that the new thread does not find its entry unlinked.
+bool WorkerRegistry::Launch(Worker *lpWorker) {
+    if (!lpWorker->thread.Start(Run, lpWorker))
+        return false;
+    Link(_lpRunning, lpWorker);
+    ++_nRunning;
+    return true;
+}
+
+void WorkerRegistry::Run(void *lpWorker) {
+    t_bOwnThread = true;
+    Workers().Serve(static_cast<Worker *>(lpWorker));
+}
+
+void WorkerRegistry::Serve(Worker *lpWorker) {
+    do {
+        FetchWorker(lpWorker->lpResource, &lpWorker->waiter);
+        Leave(lpWorker);
+    } while (Continue(lpWorker));
+}
+
+// Takes over a Resource that waits for a thread, or ends the worker. The two are one step, so that nobody is left waiting
+// for a worker that has just looked.
+bool WorkerRegistry::Continue(Worker *lpWorker) {
+    Lock lock(_mutex);
+    if (_lpStranded) {
+        Worker *lpWaiting = TakeStranded();
+        lpWorker->lpResource = lpWaiting->lpResource;
+        lpWorker->bCounted = lpWaiting->bCounted;
+        lpWorker->lpResource->_lpWorker = lpWorker;
+        delete lpWaiting;
+        return true;
+    }
+    Unlink(_lpRunning, lpWorker);
+    --_nRunning;
+    Link(_lpEnded, lpWorker);
+    _changed.notify_all();
+    return false;
+}
+
+Worker *WorkerRegistry::TakeStranded() {
+    Worker *lpWorker = _lpStranded;
+    Unlink(_lpStranded, lpWorker);
+    return lpWorker;
+}
+
+void WorkerRegistry::RunStranded() {
+    t_bOwnThread = true;
+    std::unique_lock lock(_mutex);
+    while (_lpStranded && !_nRunning) {
+        Worker *lpWorker = TakeStranded();
+        if (Launch(lpWorker))
+            return;
+        lock.unlock();
+        Resource *lpResource = lpWorker->lpResource;
+        if (lpResource->IsCancelled())
+            lpResource->OnCancelled();
+        else
+            lpResource->_lpFrame->OnResourceDone(lpResource);
+        Leave(lpWorker);
+        delete lpWorker;
+        lock.lock();
+    }
+}
+
+void WorkerRegistry::Wake(Resource *lpResource) {
+    if (lpResource->_lpWorker)
+        lpResource->_lpWorker->waiter.wake.Set();
+}
+
+// Adds nStep to what counts for the Page and the Frames of lpResource. The lock is held.
+void WorkerRegistry::Count(Resource *lpResource, int nStep) {
+    lpResource->_lpHolder->_nWorkers += nStep;
+    for (Frame *lpFrame = lpResource->_lpFrame; lpFrame; lpFrame = lpFrame->_lpParent)
+        lpFrame->_nWorkers += nStep;
+}
+
+void WorkerRegistry::CountEnd(Resource *lpResource) {
+    Lock lock(_mutex);
+    Worker *lpWorker = lpResource->_lpWorker;
+    if (!lpWorker || !lpWorker->bCounted)
+        return;
+    lpWorker->bCounted = false;
+    const bool bLoaded = lpResource->_lpData != nullptr;
+    if (lpResource->IsDocument()) {
+        --_counts.pages_running;
+        ++(bLoaded ? _counts.pages_loaded : _counts.pages_failed);
+    } else {
+        --_counts.images_running;
+        ++(bLoaded ? _counts.images_loaded : _counts.images_failed);
+    }
+}
+
+// The worker has nothing more to do with its Resource. Destroys what was retired and waited for that: the Page first,
+// then its Frame, then Frames above.
+void WorkerRegistry::Leave(Worker *lpWorker) {
+    Resource *lpResource = lpWorker->lpResource;
+    Page *lpDoomedPage = nullptr;
+    Frame *alpDoomed[kMaxFrameDepth + 1];
+    int nDoomed = 0;
+    {
+        Lock lock(_mutex);
+        CountEnd(lpResource);
+        Count(lpResource, -1);
+        lpWorker->lpResource = nullptr;
+        lpResource->_lpWorker = nullptr;
+        Page *lpPage = lpResource->_lpHolder;
+        if (lpPage->_bRetired && !lpPage->_nWorkers)
+            lpDoomedPage = lpPage;
+        for (Frame *lpFrame = lpResource->_lpFrame; lpFrame; lpFrame = lpFrame->_lpParent) {
+            if (lpFrame->_bRetired && !lpFrame->_nWorkers)
+                alpDoomed[nDoomed++] = lpFrame;
+        }
+        _nRetired -= nDoomed + (lpDoomedPage != nullptr);
+    }
+    delete lpDoomedPage;
+    for (int i = 0; i < nDoomed; ++i)
+        delete alpDoomed[i];
+}
+
+// Joins the threads that have ended. Not under the lock: a thread that has just ended may still be letting go of it.
+void WorkerRegistry::Reap() {
+    Worker *lpEnded;
+    {
+        Lock lock(_mutex);
+        lpEnded = _lpEnded;
+        _lpEnded = nullptr;
+    }
+    while (lpEnded) {
+        Worker *lpNext = lpEnded->lpNext;
+        lpEnded->thread.Join();
+        delete lpEnded;
+        lpEnded = lpNext;
+    }
+}
+
+// Cancels everything that is started for lpFrame or below it; null means everything. The lock is held.
+void WorkerRegistry::CancelBelow(const Frame *lpFrame) {
+    for (Worker *lpFirst : {_lpRunning, _lpStranded}) {
+        for (Worker *lpWorker = lpFirst; lpWorker; lpWorker = lpWorker->lpNext) {
+            Resource *lpResource = lpWorker->lpResource;
+            if (lpResource && (!lpFrame || IsWithin(lpResource->_lpFrame, lpFrame)))
+                lpResource->Cancel();
+        }
+    }
+}
+
+void WorkerRegistry::Retire(Page *lpPage) {
+    lpPage->_lpFrame->Forget(lpPage);
+    {
+        Lock lock(_mutex);
+        lpPage->Cancel();
+        lpPage->_bRetired = true;
+        if (lpPage->_nWorkers) {
+            ++_nRetired;
+            return;
+        }
+    }
+    delete lpPage;
+}
+
+void WorkerRegistry::Retire(Frame *lpFrame) {
+    {
+        Lock lock(_mutex);
+        lpFrame->_bRetired = true;
+        CancelBelow(lpFrame);
+        if (lpFrame->_nWorkers) {
+            ++_nRetired;
+            return;
+        }
+    }
+    delete lpFrame;
+}
+
+void WorkerRegistry::GetCounts(platform_FetchCounts *lpCounts) {
+    Lock lock(_mutex);
+    *lpCounts = _counts;
+}
+
+int WorkerRegistry::CountWorkers() {
+    Lock lock(_mutex);
+    return _nRunning;
+}
+
+int WorkerRegistry::CountRetired() {
+    Lock lock(_mutex);
+    return _nRetired;
+}
