@@ -114,7 +114,8 @@ int Element::LeaveHover() {
     return 1;
 }
 
-// Mouse coordinates are translated modulo 65536 by OnMouseMove, OnLMouseDown and OnLMouseUp, and by these alone.
+// Mouse coordinates are translated modulo 65536 by OnMouseMove, OnLMouseDown and OnLMouseUp, and by these
+// alone.
 int Element::OnMouseMove(uint16_t x, uint16_t y) {
     x = static_cast<uint16_t>(x - _rc.x);
     y = static_cast<uint16_t>(y - _rc.y);

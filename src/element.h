@@ -1,9 +1,9 @@
-// Element, the root class of everything that occupies a rectangle on the screen: Frames, Pages, and what stands on
-// Pages. It owns the tree and carries the default routing of events down that tree, the hover and focus bookkeeping,
-// the rectangle tests and the default repaint.
+// Element, the root class of everything that occupies a rectangle on the screen: Frames, Pages, and what
+// stands on Pages. It owns the tree and carries the default routing of events down that tree, the hover and
+// focus bookkeeping, the rectangle tests and the default repaint.
 //
-// An Element has no lock of its own. Whoever calls it holds what frame.h prescribes: the page mutex for events, the
-// paint mutex for Render.
+// An Element has no lock of its own. Whoever calls it holds what frame.h prescribes: the page mutex for
+// events, the paint mutex for Render.
 //
 // An event handler's result is nonzero when the picture has changed and the host is to be told.
 #pragma once
@@ -14,7 +14,7 @@
 #include "types.h"
 
 class Element {
- public:
+  public:
     // Where it stands, in the coordinates of its parent: a child of a Page counts from that Page's origin.
     Rect _rc;
     // For things on a Page the Page, for a Page its Frame, for a Frame null. Not owned.
@@ -63,7 +63,7 @@ class Element {
     // Nonzero when lpElement is the focused child of this Element's owner.
     int HasFocus(const Element *lpElement) const;
 
- private:
+  private:
     bool HoverHit(uint16_t x, uint16_t y);
     void FocusHover();
     void DropFocus();

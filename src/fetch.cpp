@@ -65,8 +65,8 @@ bool FetchTurn::WaitFor(Waiter *lpWaiter, uint32_t nWait) {
     return lpWaiter->bGranted;
 }
 
-// The turn goes straight to the first who waits. The event is set under the lock: once that is free, the waiter may be
-// gone.
+// The turn goes straight to the first who waits. The event is set under the lock: once that is free, the
+// waiter may be gone.
 void FetchTurn::Release() {
     std::lock_guard lock(_mutex);
     Waiter *lpNext = _lpFirst;

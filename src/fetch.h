@@ -1,7 +1,8 @@
 // The fetch worker: what a thread does to load one Resource, whatever it is and wherever it comes from.
 //
-// A worker waits for its turn, fetches while it has it, gives it back, and delivers what came, or that nothing came, to
-// the Resource's Frame. Only one worker fetches at any moment; parsing and decoding overlap with the next fetch.
+// A worker waits for its turn, fetches while it has it, gives it back, and delivers what came, or that
+// nothing came, to the Resource's Frame. Only one worker fetches at any moment; parsing and decoding overlap
+// with the next fetch.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,7 @@ inline constexpr uint32_t kFetchLimit = 30000;
 
 // The turn to fetch: a mutex whose waiters can be called off. Turns are given in the order of asking.
 class FetchTurn {
- public:
+  public:
     // One who waits. wake is also set by whoever wants the wait to end without a turn.
     struct Waiter {
         platform::Event wake;
@@ -25,12 +26,12 @@ class FetchTurn {
         Waiter *lpPrev = nullptr;
     };
 
-    // Waits at most nWait milliseconds. True if the turn is the caller's now, to be given back with Release; false when
-    // the time is over or somebody has set the waiter's event.
+    // Waits at most nWait milliseconds. True if the turn is the caller's now, to be given back with Release;
+    // false when the time is over or somebody has set the waiter's event.
     bool WaitFor(Waiter *lpWaiter, uint32_t nWait);
     void Release();
 
- private:
+  private:
     void Append(Waiter *lpWaiter);
     void Remove(Waiter *lpWaiter);
 
@@ -43,6 +44,6 @@ class FetchTurn {
 // The whole life of one fetch, on the calling thread. lpWaiter is what Resource::Cancel wakes.
 void FetchWorker(Resource *lpResource, FetchTurn::Waiter *lpWaiter);
 
-// The IPv4 address of a host in network order, or 0xFFFFFFFF. Gives up soon after lpResource has been cancelled.
-// Safe from several threads.
+// The IPv4 address of a host in network order, or 0xFFFFFFFF. Gives up soon after lpResource has been
+// cancelled. Safe from several threads.
 uint32_t ResolveHost(const char *lpszHost, const Resource *lpResource);

@@ -12,7 +12,8 @@ const int32_t g_anFontHeights[kFontSizes] = {10, 12, 15, 17, 21, 27, 35};
 
 namespace {
 
-// A page may name any number of faces, and each costs 256 rasterised cells. Behind this many, text takes the default.
+// A page may name any number of faces, and each costs 256 rasterised cells. Behind this many, text takes the
+// default.
 constexpr int kMaxPageSets = 128;
 
 // A set of MainFrame that fits, or null. The sets of other Pages are none of our business.
@@ -30,8 +31,8 @@ uint8_t ToByte(int n) {
     return static_cast<uint8_t>(std::clamp(n, 0, 255));
 }
 
-// Packs the first nWidth columns of nHeight rows, which stand in the cell padded to bytes, into a stream without
-// padding. The stream has a byte more than its whole bytes need.
+// Packs the first nWidth columns of nHeight rows, which stand in the cell padded to bytes, into a stream
+// without padding. The stream has a byte more than its whole bytes need.
 uint8_t *PackGlyph(const uint8_t *lpRows, int nPitch, int nWidth, int nHeight) {
     const size_t nBytes = static_cast<size_t>(nWidth * nHeight / 8 + 1);
     uint8_t *lpBits = new (std::nothrow) uint8_t[nBytes]();
@@ -61,7 +62,8 @@ bool FillGlyphs(const platform::FontCells &cells, CharInfo *lpCharInfo) {
         CharGlyph &glyph = lpCharInfo->_aGlyphs[c];
         glyph._bWidth = ToByte(nWidth);
         glyph._bHeight = static_cast<uint8_t>(nRows);
-        const uint8_t *lpRows = cells.lpInk.get() + static_cast<size_t>(c * cells.nHeight) * static_cast<size_t>(cells.nPitch);
+        const uint8_t *lpRows =
+            cells.lpInk.get() + static_cast<size_t>(c * cells.nHeight) * static_cast<size_t>(cells.nPitch);
         glyph._lpBits = PackGlyph(lpRows, cells.nPitch, glyph._bWidth, nRows);
         if (!glyph._lpBits)
             return false;
@@ -101,8 +103,8 @@ Font *FontManager::CurrentFont() {
     return _lpCurrent;
 }
 
-// The newest record of the face, size and style decides: if its colour is another, a clone with the right one becomes
-// the newest, even where an older record would fit.
+// The newest record of the face, size and style decides: if its colour is another, a clone with the right one
+// becomes the newest, even where an older record would fit.
 Font *FontManager::FindFont(const char *lpszFace, uint8_t bSize, uint32_t dwColor, uint16_t wStyle) {
     std::string strKey(lpszFace);
     for (char &c : strKey)

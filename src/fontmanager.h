@@ -1,11 +1,12 @@
-// Fonts: what text asks for (Font), the glyphs that it is drawn with (CharInfo), and the font state of a parse
-// (FontManager, one for each Page).
+// Fonts: what text asks for (Font), the glyphs that it is drawn with (CharInfo), and the font state of a
+// parse (FontManager, one for each Page).
 //
-// A glyph set is built once for a face, a height and a style, through the rasteriser of the platform layer. From then on
-// measuring is table lookup and drawing is the bit loop of gfx_TextOut. Fonts that differ in colour alone share a set.
+// A glyph set is built once for a face, a height and a style, through the rasteriser of the platform layer.
+// From then on measuring is table lookup and drawing is the bit loop of gfx_TextOut. Fonts that differ in
+// colour alone share a set.
 //
-// A FontManager is touched by the parser of its Page alone; a CharInfo never changes once it is built; the sets of
-// MainFrame are only read after tessel_Init. So there is no lock here.
+// A FontManager is touched by the parser of its Page alone; a CharInfo never changes once it is built; the
+// sets of MainFrame are only read after tessel_Init. So there is no lock here.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +26,8 @@ extern const int32_t g_anFontHeights[kFontSizes];
 struct CharGlyph {
     uint8_t _bWidth = 0;
     uint8_t _bHeight = 0;
-    // _bWidth bits for each of _bHeight rows, the rows following each other without padding, 1 = ink, the highest bit of
-    // a byte first; _bWidth * _bHeight / 8 + 1 bytes. Owned.
+    // _bWidth bits for each of _bHeight rows, the rows following each other without padding, 1 = ink, the
+    // highest bit of a byte first; _bWidth * _bHeight / 8 + 1 bytes. Owned.
     uint8_t *_lpBits = nullptr;
 };
 
@@ -64,7 +65,7 @@ struct Font {
 };
 
 class FontManager {
- public:
+  public:
     Page *_lpPage;
     // Owned. Head = top. The records say what is asked for; text is never drawn with them.
     List<Font> *_lpFontStack = nullptr;
@@ -100,26 +101,26 @@ class FontManager {
     void SetUnderline(int bOn) { Count(&_nUnderline, STYLE_UNDERLINE, bOn); }
     void SetAnchor(int bOpen) { Count(&_nAnchor, STYLE_UNDERLINE, bOpen); }
 
- private:
+  private:
     void Count(int32_t *lpnCount, uint16_t wBit, int bOn);
     Font *Keep(Font *lpFont, const std::string &strKey);
 
-    // For each face, size and style the newest record of _lpFonts, so that a page that changes colours ten thousand
-    // times does not walk them all.
+    // For each face, size and style the newest record of _lpFonts, so that a page that changes colours ten
+    // thousand times does not walk them all.
     std::unordered_map<std::string, Font *> _newest;
     int _nSets = 0;
     // The answer of CurrentFont as long as nothing has changed.
     Font *_lpCurrent = nullptr;
 };
 
-// A new Font with its glyph set, also added to *lppFonts unless that is null. A set that had to be built goes to
-// *lppList. The set is null if there is none to be had.
+// A new Font with its glyph set, also added to *lppFonts unless that is null. A set that had to be built goes
+// to *lppList. The set is null if there is none to be had.
 Font *NewFont(const char *lpszFace, uint8_t bSize, uint32_t dwColor, uint16_t wStyle, List<Font> **lppFonts,
               List<CharInfo> **lppList);
 
 // The set of MainFrame that fits, or a new one, added to *lppList. Null if memory runs out.
 CharInfo *BuildCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle, List<CharInfo> **lppList);
 
-// The width of a string in pixels. Negative spacings are not taken off, so that it is never less than what gfx_TextOut
-// moves on by. Null measures 0.
+// The width of a string in pixels. Negative spacings are not taken off, so that it is never less than what
+// gfx_TextOut moves on by. Null measures 0.
 int MeasureText(const char *lpsz, const Font *lpFont);

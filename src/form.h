@@ -9,7 +9,7 @@ class FormControl;
 class Page;
 
 class Form {
- public:
+  public:
     Page *_lpPage;
     char *_lpszAction;  // owned, never null or empty
     uint8_t _bMethod;   // METHOD_GET or METHOD_POST

@@ -24,7 +24,8 @@ constexpr size_t kHostSize = 260;
 constexpr char kFileScheme[] = "file://";
 constexpr char kHttpScheme[] = "http://";
 
-// A record may have been made while a tick was on its way; its start is then behind the tick's time by a moment.
+// A record may have been made while a tick was on its way; its start is then behind the tick's time by a
+// moment.
 constexpr uint32_t kTickSlack = 1000;
 
 std::atomic<int> g_nFrames{0};
@@ -56,6 +57,7 @@ Frame::Frame(Page *lpPage) : Element(nullptr, 0), _lpPage(lpPage) {
 Frame::~Frame() {
     OnCancel();
     { std::scoped_lock lock(_hPaintMutex, _hPageMutex, _hLoadMutex); }
+    DropFrameset();
     List_DestroyArrays(_lpHistory);
     --g_nFrames;
 }
@@ -75,10 +77,12 @@ Size Frame::VisibleSize() const {
     const Size parent = _lpParent->VisibleSize();
     if (_rc.x < 0 || _rc.y < 0)
         return {};
-    return {std::clamp(_rc.w, 0, std::max(parent.w - _rc.x, 0)), std::clamp(_rc.h, 0, std::max(parent.h - _rc.y, 0))};
+    return {std::clamp(_rc.w, 0, std::max(parent.w - _rc.x, 0)),
+            std::clamp(_rc.h, 0, std::max(parent.h - _rc.y, 0))};
 }
 
-// --- Painting ---------------------------------------------------------------------------------------------------------
+// --- Painting
+// ---------------------------------------------------------------------------------------------------------
 
 void Frame::Render(uint32_t *lpBuffer) {
     std::lock_guard lock(_hPaintMutex);
@@ -101,10 +105,11 @@ void Frame::Invalidate() {
         lpNode->lpData->Invalidate();
 }
 
-// --- Events -----------------------------------------------------------------------------------------------------------
+// --- Events
+// -----------------------------------------------------------------------------------------------------------
 
-// Hands an event to the Page, or to the child Frames by way of Element. A Frame that is busy drops it. The host is told
-// once the outermost Frame has let go of its mutex, since it may call back at once.
+// Hands an event to the Page, or to the child Frames by way of Element. A Frame that is busy drops it. The
+// host is told once the outermost Frame has let go of its mutex, since it may call back at once.
 template <class Operation>
 int Frame::Dispatch(Operation operation) {
     int &nDepth = g_lpMainFrame->_nEventDepth;
@@ -125,23 +130,26 @@ int Frame::Dispatch(Operation operation) {
 }
 
 int Frame::OnMouseMove(uint16_t x, uint16_t y) {
-    return Dispatch([=, this](Page *p) { return p ? p->OnMouseMove(x, y) : (Element::OnMouseMove(x, y), 0); });
+    return Dispatch(
+        [=, this](Page *p) { return p ? p->OnMouseMove(x, y) : (Element::OnMouseMove(x, y), 0); });
 }
 
 int Frame::OnLMouseDown(uint16_t x, uint16_t y) {
-    return Dispatch([=, this](Page *p) { return p ? p->OnLMouseDown(x, y) : (Element::OnLMouseDown(x, y), 0); });
+    return Dispatch(
+        [=, this](Page *p) { return p ? p->OnLMouseDown(x, y) : (Element::OnLMouseDown(x, y), 0); });
 }
 
 int Frame::OnLMouseUp(uint16_t x, uint16_t y) {
     return Dispatch([=, this](Page *p) { return p ? p->OnLMouseUp(x, y) : (Element::OnLMouseUp(x, y), 0); });
 }
 
-// Element does not translate right presses and drags, so that it is done here: both the Page and the child Frames expect
-// them from the Frame's origin on.
+// Element does not translate right presses and drags, so that it is done here: both the Page and the child
+// Frames expect them from the Frame's origin on.
 int Frame::OnRMouseDown(uint16_t x, uint16_t y) {
     x = static_cast<uint16_t>(x - _rc.x);
     y = static_cast<uint16_t>(y - _rc.y);
-    return Dispatch([=, this](Page *p) { return p ? p->OnRMouseDown(x, y) : (Element::OnRMouseDown(x, y), 0); });
+    return Dispatch(
+        [=, this](Page *p) { return p ? p->OnRMouseDown(x, y) : (Element::OnRMouseDown(x, y), 0); });
 }
 
 int Frame::OnRMouseUp(uint16_t x, uint16_t y) {
@@ -153,13 +161,15 @@ int Frame::OnRMouseUp(uint16_t x, uint16_t y) {
 int Frame::OnLMouseDrag(uint16_t x, uint16_t y) {
     x = static_cast<uint16_t>(x - _rc.x);
     y = static_cast<uint16_t>(y - _rc.y);
-    return Dispatch([=, this](Page *p) { return p ? p->OnLMouseDrag(x, y) : (Element::OnLMouseDrag(x, y), 0); });
+    return Dispatch(
+        [=, this](Page *p) { return p ? p->OnLMouseDrag(x, y) : (Element::OnLMouseDrag(x, y), 0); });
 }
 
 int Frame::OnRMouseDrag(uint16_t x, uint16_t y) {
     x = static_cast<uint16_t>(x - _rc.x);
     y = static_cast<uint16_t>(y - _rc.y);
-    return Dispatch([=, this](Page *p) { return p ? p->OnRMouseDrag(x, y) : (Element::OnRMouseDrag(x, y), 0); });
+    return Dispatch(
+        [=, this](Page *p) { return p ? p->OnRMouseDrag(x, y) : (Element::OnRMouseDrag(x, y), 0); });
 }
 
 int Frame::OnChar(int c) {
@@ -193,7 +203,8 @@ int Frame::OnSysKeyUp(int key) {
     return lock ? Element::OnSysKeyUp(key) : 0;
 }
 
-// --- Navigation -------------------------------------------------------------------------------------------------------
+// --- Navigation
+// -------------------------------------------------------------------------------------------------------
 
 void Frame::OpenURL(const char *lpszURL, int bHistory, uint16_t wMethod) {
     std::lock_guard lock(_hLoadMutex);
@@ -285,8 +296,9 @@ void Frame::Fetch(Resource *lpResource) {
     lpResource->Start();
 }
 
-// The forms of a URL, in the order of trying; the first that fits is taken. With none, nothing is set and the fetch
-// fails. A relative URL resolves against the host alone; one with a '/' in it is taken for a host name first.
+// The forms of a URL, in the order of trying; the first that fits is taken. With none, nothing is set and the
+// fetch fails. A relative URL resolves against the host alone; one with a '/' in it is taken for a host name
+// first.
 void Frame::SplitURL(char *lpszURL, Resource *lpResource) {
     if (StartsWith(lpszURL, kFileScheme)) {
         SetParts(lpResource, nullptr, lpszURL + strlen(kFileScheme), nullptr);
@@ -313,7 +325,8 @@ void Frame::SplitURL(char *lpszURL, Resource *lpResource) {
         SetParts(lpResource, szBaseHost, lpszURL, CutAt(lpszURL, '?'));
 }
 
-// --- Arrival ----------------------------------------------------------------------------------------------------------
+// --- Arrival
+// ----------------------------------------------------------------------------------------------------------
 
 void Frame::OnResourceDone(Resource *lpResource) {
     {
@@ -341,6 +354,10 @@ void Frame::SetPage(Page *lpPage) {
     }
     Workers().Retire(lpPage);
     _lpFrameset->CreateFrames();
+    DropFrameset();
+}
+
+void Frame::DropFrameset() {
     delete _lpFrameset;
     _lpFrameset = nullptr;
 }

@@ -27,8 +27,8 @@ void Frameset::SetRows(const int *lpSizes, uint16_t wCount) {
     }
 }
 
-// NB: a division whose width was not given gets the Frame's, and only one that has a width gets the Frame's height, so
-// that a column of size 0 stays 0 high.
+// NB: a division whose width was not given gets the Frame's, and only one that has a width gets the Frame's
+// height, so that a column of size 0 stays 0 high.
 void Frameset::AddFrame(const char *lpszSrc) {
     if (_wUsed >= _wCount)
         return;

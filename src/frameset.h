@@ -1,7 +1,8 @@
-// Frameset: how a document wants its Frame divided, into columns or rows, and what is to be loaded into each division.
+// Frameset: how a document wants its Frame divided, into columns or rows, and what is to be loaded into each
+// division.
 //
-// A record lives from the FRAMESET tag to the end of Frame::SetPage, on the worker of the document, with the Frame's
-// mutexes held.
+// A record lives from the FRAMESET tag to the end of Frame::SetPage, on the worker of the document, with the
+// Frame's mutexes held.
 #pragma once
 
 #include "list.h"
@@ -15,7 +16,7 @@ inline constexpr int kMaxFrameDepth = 8;
 inline constexpr int kMaxFrames = 64;
 
 class Frameset {
- public:
+  public:
     Frame *_lpFrame;
     uint16_t _wCount = 0;  // divisions
     uint16_t _wUsed = 0;   // divisions that have a FRAME

@@ -40,8 +40,8 @@ struct BevelBox {
     }
 };
 
-// The next nCount bits, at most 8, from bit nBit of a stream on, at the top of a byte. A second byte is read only where
-// the bits reach into it.
+// The next nCount bits, at most 8, from bit nBit of a stream on, at the top of a byte. A second byte is read
+// only where the bits reach into it.
 uint32_t TakeBits(const uint8_t *lpBits, uint32_t nBit, int nCount) {
     const uint8_t *lpByte = lpBits + (nBit >> 3);
     const int nShift = static_cast<int>(nBit & 7);
@@ -68,8 +68,8 @@ void DrawGlyph(const CharGlyph &glyph, int nColumns, int nRows, uint32_t dwColor
 
 }  // namespace
 
-void gfx_Bevel(uint32_t dwFill, uint32_t c1, uint32_t c2, uint32_t c3, uint32_t c4, uint32_t c5, uint32_t c6, int x,
-               int y, int w, int h, uint32_t *lpBuffer) {
+void gfx_Bevel(uint32_t dwFill, uint32_t c1, uint32_t c2, uint32_t c3, uint32_t c4, uint32_t c5, uint32_t c6,
+               int x, int y, int w, int h, uint32_t *lpBuffer) {
     gfx_FillRect(dwFill, x, y, w, h, lpBuffer);
     const BevelBox box{x, y, w, h, lpBuffer};
     box.Row(0, 0, w - 2, c1);
@@ -146,8 +146,8 @@ void gfx_FillRect(uint32_t dwColor, int x, int y, int w, int h, uint32_t *lpBuff
         FillSpan(lpRow, w, dwColor);
 }
 
-void gfx_TextOut(const char *lpsz, const CharInfo *lpCharInfo, uint32_t dwColor, int x, int y, int nClipW, int nClipH,
-                 uint32_t *lpBuffer) {
+void gfx_TextOut(const char *lpsz, const CharInfo *lpCharInfo, uint32_t dwColor, int x, int y, int nClipW,
+                 int nClipH, uint32_t *lpBuffer) {
     int nDone = 0;
     for (; *lpsz; ++lpsz) {
         const uint8_t c = static_cast<uint8_t>(*lpsz);

@@ -13,33 +13,15 @@
 #include "text.h"
 
 const TagEntry g_aTagTable[kTagCount + 1] = {
-    {0, "HTML", 1, 0, nullptr},
-    {30, "FRAMESET", 1, 0, nullptr},
-    {31, "FRAME", 1, 0, nullptr},
-    {1, "BODY", 1, 0, OnTagBody},
-    {11, "BR", 1, 0, OnTagBr},
-    {15, "P", 1, 0, OnTagP},
-    {12, "FONT", 1, 0, OnTagFont},
-    {16, "H1", 1, 0, OnTagHeading<5>},
-    {17, "H2", 1, 0, OnTagHeading<4>},
-    {18, "H3", 1, 0, OnTagHeading<3>},
-    {19, "H4", 1, 0, OnTagHeading<2>},
-    {20, "H5", 1, 0, OnTagHeading<1>},
-    {21, "H6", 1, 0, OnTagHeading<0>},
-    {22, "B", 1, 0, OnTagB},
-    {23, "I", 1, 0, OnTagI},
-    {24, "U", 1, 0, OnTagU},
-    {4, "IMG", 0, 0, nullptr},
-    {7, "TABLE", 1, 0, nullptr},
-    {8, "TR", 1, 0, nullptr},
-    {9, "TH", 1, 0, nullptr},
-    {10, "TD", 1, 0, nullptr},
-    {14, "TITLE", 1, 0, OnTagTitle},
-    {2, "CENTER", 1, 0, OnTagCenter},
-    {13, "A", 1, 0, OnTagA},
-    {25, "FORM", 1, 0, nullptr},
-    {28, "INPUT", 1, 0, nullptr},
-    {5, "META", 0, 0, nullptr},
+    {0, "HTML", 1, 0, nullptr},        {30, "FRAMESET", 1, 0, nullptr},   {31, "FRAME", 1, 0, nullptr},
+    {1, "BODY", 1, 0, OnTagBody},      {11, "BR", 1, 0, OnTagBr},         {15, "P", 1, 0, OnTagP},
+    {12, "FONT", 1, 0, OnTagFont},     {16, "H1", 1, 0, OnTagHeading<5>}, {17, "H2", 1, 0, OnTagHeading<4>},
+    {18, "H3", 1, 0, OnTagHeading<3>}, {19, "H4", 1, 0, OnTagHeading<2>}, {20, "H5", 1, 0, OnTagHeading<1>},
+    {21, "H6", 1, 0, OnTagHeading<0>}, {22, "B", 1, 0, OnTagB},           {23, "I", 1, 0, OnTagI},
+    {24, "U", 1, 0, OnTagU},           {4, "IMG", 0, 0, nullptr},         {7, "TABLE", 1, 0, nullptr},
+    {8, "TR", 1, 0, nullptr},          {9, "TH", 1, 0, nullptr},          {10, "TD", 1, 0, nullptr},
+    {14, "TITLE", 1, 0, OnTagTitle},   {2, "CENTER", 1, 0, OnTagCenter},  {13, "A", 1, 0, OnTagA},
+    {25, "FORM", 1, 0, nullptr},       {28, "INPUT", 1, 0, nullptr},      {5, "META", 0, 0, nullptr},
     {0, nullptr, 0, 0, nullptr},
 };
 
@@ -49,10 +31,10 @@ const Entity g_aEntities[kEntityCount] = {
 };
 
 const ColorName g_aColorNames[kColorCount] = {
-    {"BLACK", 0x000000},  {"SILVER", 0xC0C0C0}, {"GRAY", 0x808080},    {"WHITE", 0xFFFFFF},
-    {"MAROON", 0x800000}, {"RED", 0xFF0000},    {"PURPLE", 0x800080},  {"FUCHSIA", 0xFF00FF},
-    {"GREEN", 0x008000},  {"LIME", 0x00FF00},   {"OLIVE", 0x808000},   {"YELLOW", 0xFFFF00},
-    {"NAVY", 0x000080},   {"BLUE", 0x0000FF},   {"TEAL", 0x008080},    {"AQUA", 0x00FFFF},
+    {"BLACK", 0x000000},  {"SILVER", 0xC0C0C0}, {"GRAY", 0x808080},   {"WHITE", 0xFFFFFF},
+    {"MAROON", 0x800000}, {"RED", 0xFF0000},    {"PURPLE", 0x800080}, {"FUCHSIA", 0xFF00FF},
+    {"GREEN", 0x008000},  {"LIME", 0x00FF00},   {"OLIVE", 0x808000},  {"YELLOW", 0xFFFF00},
+    {"NAVY", 0x000080},   {"BLUE", 0x0000FF},   {"TEAL", 0x008080},   {"AQUA", 0x00FFFF},
 };
 
 namespace {
@@ -97,8 +79,8 @@ struct Reader {
     }
 };
 
-// Finds the tag at the position, steps behind its name and returns a copy of its row, that of the end row if it is not
-// known. The byte in front of the name of a closing tag is not looked at: any byte makes one.
+// Finds the tag at the position, steps behind its name and returns a copy of its row, that of the end row if
+// it is not known. The byte in front of the name of a closing tag is not looked at: any byte makes one.
 TagEntry FindTag(Reader *lpReader) {
     for (const TagEntry &row : g_aTagTable) {
         TagEntry entry = row;

@@ -1,6 +1,7 @@
-// The parser: one forward pass over a document's bytes. There is no tree and no error recovery: a tag acts the moment it
-// is read, by calling its handler, and a run of text becomes an item of the newest Line at once. What survives from one
-// tag to the next lives in the Page. Several Pages are parsed at once, so that all tables are constant.
+// The parser: one forward pass over a document's bytes. There is no tree and no error recovery: a tag acts
+// the moment it is read, by calling its handler, and a run of text becomes an item of the newest Line at
+// once. What survives from one tag to the next lives in the Page. Several Pages are parsed at once, so that
+// all tables are constant.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +10,8 @@ class Page;
 struct TagAttributes;
 struct TagEntry;
 
-// Acts on one occurrence of a tag. Always returns 0. The read position stands behind the tag; a handler may move it and
-// the count of remaining bytes on together.
+// Acts on one occurrence of a tag. Always returns 0. The read position stands behind the tag; a handler may
+// move it and the count of remaining bytes on together.
 using TagHandler = int (*)(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
                            int *lpRemaining);
 
@@ -54,11 +55,12 @@ struct ColorName {
 inline constexpr int kColorCount = 16;
 extern const ColorName g_aColorNames[kColorCount];
 
-// Reads text up to the next '<' or the end of the data into a buffer of nCapacity bytes, terminator included. White
-// space becomes single spaces, entities their bytes. What does not fit is passed over.
+// Reads text up to the next '<' or the end of the data into a buffer of nCapacity bytes, terminator included.
+// White space becomes single spaces, entities their bytes. What does not fit is passed over.
 void ExtractText(const char **lppPos, int *lpRemaining, char *lpBuffer, int nCapacity);
 
-// lpsz points behind an '&' and has nLength bytes. Returns the length of the entity found there and its byte, or 0.
+// lpsz points behind an '&' and has nLength bytes. Returns the length of the entity found there and its byte,
+// or 0.
 int MatchEntity(const char *lpsz, int nLength, char *lpbOut);
 
 // A colour name or a hexadecimal number, with or without '#', as 0x00RRGGBB; 0 for anything else.

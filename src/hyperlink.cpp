@@ -14,7 +14,7 @@ constexpr int kKeyEnter = 13;
 
 // Collects rectangles in document order into one for each line, and draws a dotted outline around each.
 class FocusOutline {
- public:
+  public:
     FocusOutline(const Page *lpPage, uint32_t *lpBuffer) : _lpPage(lpPage), _lpBuffer(lpBuffer) {}
 
     // Widths are added up; gaps between the rectangles of a line are not counted.
@@ -38,7 +38,7 @@ class FocusOutline {
         gfx_DottedRect(kFocusColor, _rc.x, _rc.y, w - 1, h - 1, _lpBuffer);
     }
 
- private:
+  private:
     const Page *_lpPage;
     uint32_t *_lpBuffer;
     Rect _rc;
@@ -64,8 +64,8 @@ int Hyperlink::HitTest(int, int) {
     return 0;
 }
 
-// A member that word wrap has cut counts by its pieces. The first member has been painted by the Page already; the
-// others are painted again, under the outlines that follow.
+// A member that word wrap has cut counts by its pieces. The first member has been painted by the Page
+// already; the others are painted again, under the outlines that follow.
 void Hyperlink::Render(uint32_t *lpBuffer) {
     if (!HasFocus(this))
         return;

@@ -1,5 +1,6 @@
-// Hyperlink: what the A tag makes. It holds the URL and takes the keyboard focus, but has no place on the Page of its
-// own. What the reader sees and clicks are its members, texts and pictures that were made while the link was open.
+// Hyperlink: what the A tag makes. It holds the URL and takes the keyboard focus, but has no place on the
+// Page of its own. What the reader sees and clicks are its members, texts and pictures that were made while
+// the link was open.
 #pragma once
 
 #include "element.h"
@@ -8,7 +9,7 @@
 class Page;
 
 class Hyperlink : public Element {
- public:
+  public:
     // The value of HREF, owned, never null or empty.
     char *lpszURL;
 
@@ -27,7 +28,7 @@ class Hyperlink : public Element {
     int OnLMouseUp(uint16_t x, uint16_t y) override;
     int OnKeyDown(int key) override;
 
- private:
+  private:
     void Follow();
 };
 

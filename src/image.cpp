@@ -11,15 +11,16 @@
 namespace {
 
 constexpr uint32_t kPlaceholderColor = 0x4C80AF;
-// The icon of the placeholder stands this far in from its corner, and a placeholder without a size is so much wider and
-// higher than the icon.
+// The icon of the placeholder stands this far in from its corner, and a placeholder without a size is so much
+// wider and higher than the icon.
 constexpr int kIconInset = 5;
 constexpr int kIconRoom = 12;
 
 // The icons, a digit for each pixel.
 constexpr const char *kLoadingRows[] = {
-    "88888888888888", "8fffffffffff70", "8f88888fffff70", "8f89990fffff70", "8f89990fffff70", "8f89990fffff70",
-    "8f80000f888f70", "8ffffff8222070", "8ffffff8222070", "8ffff8f8222070", "8fff8c0f000f70", "8ff8ccc0ffff70",
+    "88888888888888", "8fffffffffff70", "8f88888fffff70", "8f89990fffff70",
+    "8f89990fffff70", "8f89990fffff70", "8f80000f888f70", "8ffffff8222070",
+    "8ffffff8222070", "8ffff8f8222070", "8fff8c0f000f70", "8ff8ccc0ffff70",
     "8f8ccccc0fff70", "8f0000000fff70", "87777777777770", "00000000000000",
 };
 
@@ -108,7 +109,8 @@ void Image::RenderPlaceholder(uint32_t *lpBuffer, int w, int h) const {
                  std::min(lpIcon->_rc.h, visible.h - y), lpIcon->_rc.w, lpBuffer, 1);
 }
 
-void Image::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen, int *lpnWidth) {
+void Image::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen,
+                        int *lpnWidth) {
     PlaceBox(this, lppLine, nLeft, lpnUsed, lpnLineHeight, lpPen, lpnWidth);
 }
 

@@ -1,5 +1,6 @@
-// Image: a picture on a Page, or one of the two icons of MainFrame. As an item it stands in a Line and takes a rectangle
-// from the start; as a Resource it is fetched on a worker, and takes its real size when its data has come.
+// Image: a picture on a Page, or one of the two icons of MainFrame. As an item it stands in a Line and takes
+// a rectangle from the start; as a Resource it is fetched on a worker, and takes its real size when its data
+// has come.
 #pragma once
 
 #include "layout.h"
@@ -7,15 +8,15 @@
 
 class Image;
 
-// Turns the bytes of a file into pixels of an Image: sets _lpPixels, and _rc.w and _rc.h to their size. Returns 0 if the
-// bytes are no picture of the kind.
+// Turns the bytes of a file into pixels of an Image: sets _lpPixels, and _rc.w and _rc.h to their size.
+// Returns 0 if the bytes are no picture of the kind.
 using ImageDecoder = int (*)(Image *lpImage, const uint8_t *lpData, uint32_t dwLength);
 
 // The bitmap resources.
 enum : uint16_t { ICON_LOADING = 101, ICON_BROKEN = 102 };
 
 class Image : public PageItem, public Resource {
- public:
+  public:
     // The column in which it was made, or null. Not owned.
     TableCell *_lpCell;
     // 0 while the placeholder is shown.
@@ -42,6 +43,6 @@ class Image : public PageItem, public Resource {
     // Takes pixels and size of an icon. Leaves the Image as it was if there is no such icon.
     void LoadResourceBitmap(uint16_t wId);
 
- private:
+  private:
     void RenderPlaceholder(uint32_t *lpBuffer, int w, int h) const;
 };

@@ -1,8 +1,9 @@
-// The layout pass. Two steps: Relayout walks the source Lines and lets every item take its place from a pen, collecting
-// flow Lines on the way; AlignLines then moves the items of each flow Line to the right where an alignment asks for it.
+// The layout pass. Two steps: Relayout walks the source Lines and lets every item take its place from a pen,
+// collecting flow Lines on the way; AlignLines then moves the items of each flow Line to the right where an
+// alignment asks for it.
 //
-// Table rows are recognised from the Lines alone. The column of the first Line of a row is remembered; the next Line of
-// that column opens the next row, and Lines of other columns stand beside it, at the same top.
+// Table rows are recognised from the Lines alone. The column of the first Line of a row is remembered; the
+// next Line of that column opens the next row, and Lines of other columns stand beside it, at the same top.
 #include "layout.h"
 
 #include <algorithm>
@@ -86,8 +87,8 @@ Size PageItem::ClippedSize() const {
     return {std::max(std::min(_rc.w, visible.w - _rc.x), 0), std::max(std::min(_rc.h, visible.h - _rc.y), 0)};
 }
 
-// NB: the pen is compared by its absolute x, not by its distance from nLeft: in a column other than the first a second
-// box wraps sooner than the column's width asks for.
+// NB: the pen is compared by its absolute x, not by its distance from nLeft: in a column other than the first
+// a second box wraps sooner than the column's width asks for.
 void PlaceBox(PageItem *lpItem, Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen,
               const int *lpnWidth) {
     if (AddLengths(lpPen->x, lpItem->_rc.w) >= *lpnWidth && lpPen->x != nLeft) {
@@ -150,7 +151,8 @@ void Page::AlignLines() {
     for (List<Line> *lpNode = _lpFlowLines; lpNode; lpNode = lpNode->lpNext) {
         const Line *lpLine = lpNode->lpData;
         if (lpLine->_bAlign)
-            MoveItems(lpLine, _rc.w - (lpLine->_lpTable ? lpLine->_lpTable->_nWidth : SumWidths(lpLine)), lpLine->_bAlign);
+            MoveItems(lpLine, _rc.w - (lpLine->_lpTable ? lpLine->_lpTable->_nWidth : SumWidths(lpLine)),
+                      lpLine->_bAlign);
         if (lpLine->_lpCell && lpLine->_lpCell->_bAlign)
             MoveItems(lpLine, lpLine->_lpCell->_nWidth - SumWidths(lpLine), lpLine->_lpCell->_bAlign);
     }

@@ -1,8 +1,9 @@
-// The flow of lines: what the parser leaves for the layout, and what the layout asks of the things that stand in lines.
+// The flow of lines: what the parser leaves for the layout, and what the layout asks of the things that stand
+// in lines.
 //
-// The parser leaves a list of source Lines, one for each stretch between two tags that break the line. A layout pass
-// walks them in document order and gives every item its place; the Lines that it makes on the way, one for each line on
-// the screen, live for that pass alone and serve the alignment at its end.
+// The parser leaves a list of source Lines, one for each stretch between two tags that break the line. A
+// layout pass walks them in document order and gives every item its place; the Lines that it makes on the
+// way, one for each line on the screen, live for that pass alone and serve the alignment at its end.
 #pragma once
 
 #include "element.h"
@@ -15,7 +16,7 @@ struct TableCell;
 enum : uint8_t { ALIGN_LEFT = 0, ALIGN_CENTER = 1, ALIGN_RIGHT = 2 };
 
 class Line {
- public:
+  public:
     // The height of a Line without items.
     uint8_t _bHeight = 0;
     uint8_t _bAlign = ALIGN_LEFT;
@@ -33,7 +34,7 @@ class Line {
 
 // Everything that stands in a Line. Its _lpOwner is the Page.
 class PageItem : public Element {
- public:
+  public:
     PageItem(Page *lpPage, int bTabStop);
 
     // Adds itself, or its pieces, to the items of *lppLine and takes its place from the pen.
@@ -47,7 +48,8 @@ class PageItem : public Element {
                              int *lpnWidth) = 0;
 
     Page *GetPage() const;
-    // The item's size as far as it can be painted: cut at the right and bottom edges of the Page, never below 0.
+    // The item's size as far as it can be painted: cut at the right and bottom edges of the Page, never below
+    // 0.
     Size ClippedSize() const;
 };
 

@@ -1,8 +1,9 @@
 // The one collection: a doubly linked list of pointers.
 //
-// A list is nothing but a pointer to its head node, null when it is empty. Nodes are only ever added at the head, so
-// that the walk along lpNext goes from the newest entry to the oldest; document order is the walk from List_Tail along
-// lpPrev. A node owns neither its neighbours nor its data: each list says who owns what is in it.
+// A list is nothing but a pointer to its head node, null when it is empty. Nodes are only ever added at the
+// head, so that the walk along lpNext goes from the newest entry to the oldest; document order is the walk
+// from List_Tail along lpPrev. A node owns neither its neighbours nor its data: each list says who owns what
+// is in it.
 #pragma once
 
 template <class T>

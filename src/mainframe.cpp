@@ -18,7 +18,8 @@ constexpr char kDefaultFace[] = "ARIAL";
 
 MainFrame::MainFrame(void *hInstance) : Frame(nullptr), hInst(hInstance) {}
 
-// A MainFrame that was never initialised has none of what is destroyed here. What is loading has ended before.
+// A MainFrame that was never initialised has none of what is destroyed here. What is loading has ended
+// before.
 MainFrame::~MainFrame() {
     delete _lpIconLoading;
     delete _lpIconBroken;

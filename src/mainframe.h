@@ -13,7 +13,7 @@ inline constexpr int kCallbackSlots = 5;
 inline constexpr int kCallbackChanged = 4;
 
 class MainFrame : public Frame {
- public:
+  public:
     using Callback = void (*)(int);
 
     // 1 while the key is held. On the host's thread alone.
@@ -34,8 +34,8 @@ class MainFrame : public Frame {
     std::atomic<Callback> _alpfnCallback[kCallbackSlots] = {};
     Image *_lpIconLoading = nullptr;
     Image *_lpIconBroken = nullptr;
-    // How many Frames an event is under way in, and whether the host is to be told when the last has let go of it. On
-    // the host's thread alone.
+    // How many Frames an event is under way in, and whether the host is to be told when the last has let go
+    // of it. On the host's thread alone.
     int _nEventDepth = 0;
     bool _bNotify = false;
 

@@ -1,12 +1,13 @@
 // What META tags leave behind: MetaTag, and MetaRefresh, another URL to load after some seconds.
 //
-// The records belong to the Page that they stand in. The Frame's pointer to an armed one is cleared before the Page goes.
+// The records belong to the Page that they stand in. The Frame's pointer to an armed one is cleared before
+// the Page goes.
 #pragma once
 
 #include <cstdint>
 
 class MetaTag {
- public:
+  public:
     // Owned; each may be null.
     char *_lpszHttpEquiv;
     char *_lpszContent;
@@ -19,7 +20,7 @@ class MetaTag {
 };
 
 class MetaRefresh : public MetaTag {
- public:
+  public:
     char *_lpszURL;     // owned
     uint32_t _dwStart;  // the tick count at the moment of parsing
     uint32_t _dwDelay;  // CONTENT in milliseconds

@@ -60,8 +60,8 @@ void Page::Render(uint32_t *lpBuffer) {
     }
 }
 
-// One stroke under the registry's lock: the list of fetches may be growing, and the Page may be destroyed by its worker
-// as soon as that has seen the Page's own bit.
+// One stroke under the registry's lock: the list of fetches may be growing, and the Page may be destroyed by
+// its worker as soon as that has seen the Page's own bit.
 void Page::Cancel() {
     WorkerRegistry::Lock lock(Workers()._mutex);
     for (List<Resource> *lpNode = _lpFetches; lpNode; lpNode = lpNode->lpNext)
@@ -78,6 +78,7 @@ void Page::OnData() {
     _lpFrame->SetBaseHost(_lpszHost ? _lpszHost : "");
     ParseHTML(reinterpret_cast<const char *>(_lpData), static_cast<int>(_dwLength));
     if (!_lpFrame->MayInstall(this)) {
+        _lpFrame->DropFrameset();
         Workers().Retire(this);
         return;
     }

@@ -1,8 +1,9 @@
-// Page: one document. It is an Element, so that a Frame can hold it and pass it events, and a Resource, so that a
-// worker can load it. It owns everything that the document produced.
+// Page: one document. It is an Element, so that a Frame can hold it and pass it events, and a Resource, so
+// that a worker can load it. It owns everything that the document produced.
 //
-// A Page is made by OpenURL, or by a frameset, on any thread; fetched, parsed, laid out and installed on its worker; and
-// from then on belongs to its Frame, under that Frame's mutexes. Whatever ends it goes through WorkerRegistry::Retire.
+// A Page is made by OpenURL, or by a frameset, on any thread; fetched, parsed, laid out and installed on its
+// worker; and from then on belongs to its Frame, under that Frame's mutexes. Whatever ends it goes through
+// WorkerRegistry::Retire.
 #pragma once
 
 #include <mutex>
@@ -18,7 +19,7 @@ class MetaTag;
 class Table;
 
 class Page : public Element, public Resource {
- public:
+  public:
     // Colours of the document, 0x00RRGGBB.
     uint32_t _dwBgColor = 0xFFFFFF;
     uint32_t _dwLinkColor = 0x0000FF;
@@ -30,14 +31,14 @@ class Page : public Element, public Resource {
     char *_lpszTitle = nullptr;
     // The same as _lpOwner, and as the Resource's, whose member it hides.
     Frame *_lpFrame;
-    List<MetaTag> *_lpMetaTags = nullptr;     // owned
-    List<int32_t> *_lpAlignStack = nullptr;   // owned; the open alignments of the parse
-    List<Table> *_lpTables = nullptr;         // owned
-    List<Line> *_lpLines = nullptr;           // owned; head = the Line being filled
-    List<Line> *_lpFlowLines = nullptr;       // owned; only within Relayout
-    List<Form> *_lpForms = nullptr;           // owned
-    // What must be fetched once parsing has ended. The Resources belong to the Elements that show them. Guarded by the
-    // registry of workers, since a cancellation may walk it during the parse.
+    List<MetaTag> *_lpMetaTags = nullptr;    // owned
+    List<int32_t> *_lpAlignStack = nullptr;  // owned; the open alignments of the parse
+    List<Table> *_lpTables = nullptr;        // owned
+    List<Line> *_lpLines = nullptr;          // owned; head = the Line being filled
+    List<Line> *_lpFlowLines = nullptr;      // owned; only within Relayout
+    List<Form> *_lpForms = nullptr;          // owned
+    // What must be fetched once parsing has ended. The Resources belong to the Elements that show them.
+    // Guarded by the registry of workers, since a cancellation may walk it during the parse.
     List<Resource> *_lpFetches = nullptr;
     // What is open during parsing.
     Hyperlink *_lpCurHyperlink = nullptr;
@@ -62,7 +63,8 @@ class Page : public Element, public Resource {
     void ParseHTML(const char *lpData, int nLength);
     void ParseText(const char **lppPos, int *lpRemaining);
     void ParseTag(const char **lppPos, int *lpRemaining);
-    // layout.cpp: gives every item its place and marks the whole Page for repainting. With paint and page mutex held.
+    // layout.cpp: gives every item its place and marks the whole Page for repainting. With paint and page
+    // mutex held.
     void Relayout();
     void AlignLines();
     // Adds to what must be repainted; four zeros mean the whole Page. On any thread.
@@ -70,10 +72,11 @@ class Page : public Element, public Resource {
 
     // The part of the Page that can be painted: what lies in the buffer. Set by Render, for the items.
     Size _szVisible;
-    // Running workers of this Page and its Images; and whether it is on its way out. Guarded by the registry of workers.
+    // Running workers of this Page and its Images; and whether it is on its way out. Guarded by the registry
+    // of workers.
     int _nWorkers = 0;
     bool _bRetired = false;
 
- private:
+  private:
     std::mutex _hDirtyMutex;
 };

@@ -15,7 +15,8 @@ Resource::~Resource() {
     delete[] _lpszQuery;
 }
 
-// Under the registry's lock, since a Page whose worker has seen the bit may be destroyed as soon as the lock is free.
+// Under the registry's lock, since a Page whose worker has seen the bit may be destroyed as soon as the lock
+// is free.
 void Resource::Cancel() {
     WorkerRegistry::Lock lock(Workers()._mutex);
     _wState |= RS_CANCELLED;

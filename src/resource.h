@@ -1,8 +1,8 @@
 // Resource, the base of everything that is fetched: a document (Page) or a picture (Image).
 //
-// A Resource is started once. A worker thread (fetch.h) then fills in its data and ends it in one of three ways:
-// OnData when the fetch has ended, with or without data; OnTimeout when its turn did not come in time; OnCancelled
-// when it was cancelled before its turn came.
+// A Resource is started once. A worker thread (fetch.h) then fills in its data and ends it in one of three
+// ways: OnData when the fetch has ended, with or without data; OnTimeout when its turn did not come in time;
+// OnCancelled when it was cancelled before its turn came.
 #pragma once
 
 #include <atomic>
@@ -12,7 +12,8 @@ class Frame;
 class Page;
 struct Worker;
 
-// What _wAccept asks for: classes in the high byte, subtypes in the low byte; zero in a byte means no test of it.
+// What _wAccept asks for: classes in the high byte, subtypes in the low byte; zero in a byte means no test of
+// it.
 enum : uint16_t {
     ACCEPT_HTML = 0x0001,  // also marks a document
     ACCEPT_PLAIN = 0x0002,
@@ -29,8 +30,9 @@ enum : uint16_t { METHOD_POST = 1, METHOD_GET = 2 };
 enum : uint16_t { RS_CANCELLED = 4 };
 
 class Resource {
- public:
-    // The bytes that were fetched: null and 0 until they have come. Written by the worker, then read on its thread.
+  public:
+    // The bytes that were fetched: null and 0 until they have come. Written by the worker, then read on its
+    // thread.
     uint32_t _dwLength = 0;
     uint16_t _wAccept;
     // Atomic: set on any thread, seen by the worker when it next looks. It only ever gains a bit.
@@ -66,8 +68,8 @@ class Resource {
     bool IsCancelled() const { return (_wState & RS_CANCELLED) != 0; }
     bool IsDocument() const { return (_wAccept & ACCEPT_HTML) != 0; }
 
-    // The Page that this Resource lives and dies with: itself, or the one that shows it. Set once, by the constructors
-    // of the derived classes.
+    // The Page that this Resource lives and dies with: itself, or the one that shows it. Set once, by the
+    // constructors of the derived classes.
     Page *_lpHolder = nullptr;
     // The worker that serves this Resource, or null. Guarded by the registry of workers.
     Worker *_lpWorker = nullptr;

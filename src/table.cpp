@@ -31,8 +31,8 @@ void Table::EndCell() {
     lpCell->_nRowWidth = 0;
 }
 
-// Columns keep their widths from pass to pass, so that a pass with the same input changes nothing. They are visited from
-// the last to the first.
+// Columns keep their widths from pass to pass, so that a pass with the same input changes nothing. They are
+// visited from the last to the first.
 void Table::DistributeWidths() {
     int32_t nTotal = 0;
     int nColumns = 0;
@@ -49,7 +49,8 @@ void Table::DistributeWidths() {
     _nWidth = nTotal;
 }
 
-// Every column gives an equal share of what is still too much, as far as its minimum lets it. Returns what was gained.
+// Every column gives an equal share of what is still too much, as far as its minimum lets it. Returns what
+// was gained.
 int32_t Table::Shrink(int32_t nExcess, int nColumns) {
     const int32_t nBefore = nExcess;
     for (List<TableCell> *lpNode = _lpCols; lpNode && nExcess > 0; lpNode = lpNode->lpNext, --nColumns) {
@@ -63,8 +64,8 @@ int32_t Table::Shrink(int32_t nExcess, int nColumns) {
     return nBefore - nExcess;
 }
 
-// Every column gets an equal share of the room that is left, up to its wish. NB: one that wants nothing leaves the count
-// as it was, so that less than the whole room may be shared out. Returns what was given.
+// Every column gets an equal share of the room that is left, up to its wish. NB: one that wants nothing
+// leaves the count as it was, so that less than the whole room may be shared out. Returns what was given.
 int32_t Table::Grow(int32_t nRoom, int nColumns) {
     const int32_t nBefore = nRoom;
     for (List<TableCell> *lpNode = _lpCols; lpNode && nRoom > 0; lpNode = lpNode->lpNext) {

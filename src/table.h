@@ -1,5 +1,5 @@
-// The model of a table: a set of column widths that all its rows share. There are no rows and no cells: a Line names its
-// column, and the layout finds the rows in the sequence of Lines.
+// The model of a table: a set of column widths that all its rows share. There are no rows and no cells: a
+// Line names its column, and the layout finds the rows in the sequence of Lines.
 //
 // The records are written by the parser and by DistributeWidths, with the Frame's mutexes held.
 #pragma once
@@ -26,7 +26,7 @@ struct TableCell {
 };
 
 class Table {
- public:
+  public:
     int32_t _nWidth = 0;
     Page *_lpPage;
     // Owned. Head = the last column.
@@ -46,7 +46,7 @@ class Table {
     // Shares out the width of the Page among the columns.
     void DistributeWidths();
 
- private:
+  private:
     int32_t Shrink(int32_t nExcess, int nColumns);
     int32_t Grow(int32_t nRoom, int nColumns);
 };

@@ -1,13 +1,16 @@
 // The exports: argument checks, the lock that keeps the timer out, and nothing else.
 //
-// The export lock is held through every export and every tick. A call that comes on a thread of the library itself, from
-// inside the host's callback, would wait for a host that may be waiting for that thread, and is ignored.
+// The export lock is held through every export and every tick. A call that comes on a thread of the library
+// itself, from inside the host's callback, would wait for a host that may be waiting for that thread, and is
+// ignored.
 #include "tessel.h"
 
+#include <atomic>
 #include <cassert>
 #include <chrono>
 #include <mutex>
 #include <new>
+#include <thread>
 
 #include "gfx.h"
 #include "mainframe.h"
@@ -21,14 +24,18 @@
 namespace {
 
 constexpr uint32_t kTimerPeriod = 100;
-// How long a tick waits for an export to end. It is dropped then; the next one looks again.
-constexpr std::chrono::milliseconds kTickPatience(50);
+// A tick tries this often, so many milliseconds apart, to find no export under way. It is dropped then; the
+// next one looks again.
+constexpr int kTickTries = 10;
+constexpr std::chrono::milliseconds kTickPause(5);
 
 struct ExportState {
-    std::recursive_timed_mutex mutex;
+    std::recursive_mutex mutex;
     platform::Timer timer;
-    int nDepth = 0;          // exports inside each other, by way of the callback
-    bool bRunning = false;   // between tessel_Init and tessel_ShutDown
+    int nDepth = 0;  // exports inside each other, by way of the callback
+    // Between tessel_Init and tessel_ShutDown. Atomic: an unload clears it without the mutex, which somebody
+    // may hold for good by then.
+    std::atomic<bool> bRunning{false};
     bool bShutDown = false;  // tessel_ShutDown was called from inside a callback
 };
 
@@ -41,7 +48,7 @@ ExportState &State() {
 
 // One export call. Frame() is what it works on: null if the call is to do nothing.
 class ExportCall {
- public:
+  public:
     enum Need { kLoaded, kRunning };
 
     explicit ExportCall(Need need = kRunning) {
@@ -69,13 +76,17 @@ class ExportCall {
 
     MainFrame *Frame() const { return _lpFrame; }
 
- private:
+  private:
     MainFrame *_lpFrame = nullptr;
     bool _bEntered = false;
 };
 
 void OnTick(uint32_t) {
-    std::unique_lock lock(State().mutex, kTickPatience);
+    std::unique_lock lock(State().mutex, std::try_to_lock);
+    for (int i = 0; !lock && i < kTickTries && State().bRunning; ++i) {
+        std::this_thread::sleep_for(kTickPause);
+        lock.try_lock();
+    }
     if (!lock || !State().bRunning)
         return;
     Workers().RunStranded();

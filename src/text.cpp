@@ -1,5 +1,5 @@
-// The cutting of a run keeps a running width: each byte is measured once for the line that it ends up on, and once more
-// if it belongs to a word that did not fit.
+// The cutting of a run keeps a running width: each byte is measured once for the line that it ends up on, and
+// once more if it belongs to a word that did not fit.
 #include "text.h"
 
 #include <algorithm>
@@ -82,7 +82,8 @@ void Text::DestroyPieces() {
     List_Destroy(_lpChildren);
 }
 
-void Text::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen, int *lpnWidth) {
+void Text::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen,
+                       int *lpnWidth) {
     DestroyPieces();
     const int nWidth = MeasureText(_lpszText, _lpFont);
     _rc.h = LineHeight(_lpFont);

@@ -1,8 +1,8 @@
 // Text, one run of text in one font, and LinkText, the same inside a link.
 //
-// A Text that fits into what remains of its line stands whole. One that does not is cut at spaces into pieces, which are
-// Texts of their own, held as its children; from then on the pieces are what is placed, drawn and hit. Every layout pass
-// makes them anew.
+// A Text that fits into what remains of its line stands whole. One that does not is cut at spaces into
+// pieces, which are Texts of their own, held as its children; from then on the pieces are what is placed,
+// drawn and hit. Every layout pass makes them anew.
 #pragma once
 
 #include "layout.h"
@@ -11,7 +11,7 @@ class Hyperlink;
 struct Font;
 
 class Text : public PageItem {
- public:
+  public:
     // Owned, never null.
     char *_lpszText;
     // Belongs to the Page's FontManager, never null.
@@ -29,22 +29,22 @@ class Text : public PageItem {
     // Adds a piece with this string to the children.
     virtual Text *AddPiece(const char *lpsz);
 
-    // Cuts the run into pieces for lines of nFull pixels, the first of nFirst. Returns 0; or 1, with no piece made, if
-    // not even the first word fits into nFirst although a full line has more room.
+    // Cuts the run into pieces for lines of nFull pixels, the first of nFirst. Returns 0; or 1, with no piece
+    // made, if not even the first word fits into nFirst although a full line has more room.
     int SplitText(int nFirst, int nFull);
     // The width in pixels of the widest word.
     int LongestWord() const;
 
- protected:
+  protected:
     void Draw(uint32_t dwColor, uint32_t *lpBuffer) const;
 
- private:
+  private:
     void DestroyPieces();
     void PlacePieces(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen);
 };
 
 class LinkText : public Text {
- public:
+  public:
     // Not owned.
     Hyperlink *_lpHyperlink;
 

@@ -14,8 +14,8 @@ struct Size {
     int32_t h = 0;
 };
 
-// A position and a size; x, y, w and h in this order. A Rect is a Point and a Size, so that either half can be handed
-// on by address.
+// A position and a size; x, y, w and h in this order. A Rect is a Point and a Size, so that either half can
+// be handed on by address.
 struct Rect : Point, Size {
     Rect() = default;
     Rect(const Point *lpOrigin, const Size *lpSize) : Point(*lpOrigin), Size(*lpSize) {}

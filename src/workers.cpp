@@ -115,8 +115,8 @@ void WorkerRegistry::Serve(Worker *lpWorker) {
     } while (Continue(lpWorker));
 }
 
-// Takes over a Resource that waits for a thread, or ends the worker. The two are one step, so that nobody is left waiting
-// for a worker that has just looked.
+// Takes over a Resource that waits for a thread, or ends the worker. The two are one step, so that nobody is
+// left waiting for a worker that has just looked.
 bool WorkerRegistry::Continue(Worker *lpWorker) {
     Lock lock(_mutex);
     if (_lpStranded) {
@@ -187,8 +187,8 @@ void WorkerRegistry::CountEnd(Resource *lpResource) {
     }
 }
 
-// The worker has nothing more to do with its Resource. Destroys what was retired and waited for that: the Page first,
-// then its Frame, then Frames above.
+// The worker has nothing more to do with its Resource. Destroys what was retired and waited for that: the
+// Page first, then its Frame, then Frames above.
 void WorkerRegistry::Leave(Worker *lpWorker) {
     Resource *lpResource = lpWorker->lpResource;
     Page *lpDoomedPage = nullptr;
@@ -214,7 +214,8 @@ void WorkerRegistry::Leave(Worker *lpWorker) {
         delete alpDoomed[i];
 }
 
-// Joins the threads that have ended. Not under the lock: a thread that has just ended may still be letting go of it.
+// Joins the threads that have ended. Not under the lock: a thread that has just ended may still be letting go
+// of it.
 void WorkerRegistry::Reap() {
     Worker *lpEnded;
     {

@@ -1,12 +1,13 @@
 // The registry of running workers, and the objects that wait for them to end.
 //
-// Every started Resource has one entry here, from Resource::Start until its worker has nothing more to do with it. The
-// entry counts for the Page that the Resource belongs to, for its Frame and for every Frame above. A Page or Frame that
-// has to go is handed to Retire; it is destroyed once nothing counts for it any more, so that no worker ever meets a
-// destroyed object, and nothing is destroyed twice.
+// Every started Resource has one entry here, from Resource::Start until its worker has nothing more to do
+// with it. The entry counts for the Page that the Resource belongs to, for its Frame and for every Frame
+// above. A Page or Frame that has to go is handed to Retire; it is destroyed once nothing counts for it any
+// more, so that no worker ever meets a destroyed object, and nothing is destroyed twice.
 //
-// There is one registry, and it is never destroyed: threads may still look at it while a process exits. Its lock is a
-// leaf lock (frame.h); it also guards a Page's list of fetches, so that a cancellation meets a whole list.
+// There is one registry, and it is never destroyed: threads may still look at it while a process exits. Its
+// lock is a leaf lock (frame.h); it also guards a Page's list of fetches, so that a cancellation meets a
+// whole list.
 #pragma once
 
 #include <condition_variable>
@@ -31,30 +32,30 @@ struct Worker {
 };
 
 class WorkerRegistry {
- public:
+  public:
     // Holds the registry's lock. Recursive, so that a Page can cancel itself and its Images at one stroke.
     using Lock = std::lock_guard<std::recursive_mutex>;
     std::recursive_mutex _mutex;
 
     // Begins anew: everything counts from 0. No worker may be left.
     void Open();
-    // Cancels everything and returns when every worker has ended; what is started from now on is cancelled at once. On
-    // the host's thread, with no lock held but the export lock.
+    // Cancels everything and returns when every worker has ended; what is started from now on is cancelled at
+    // once. On the host's thread, with no lock held but the export lock.
     void Close();
 
-    // Starts a worker for lpResource. If the system gives no thread, the Resource waits for a worker that ends, or for
-    // RunStranded.
+    // Starts a worker for lpResource. If the system gives no thread, the Resource waits for a worker that
+    // ends, or for RunStranded.
     void Start(Resource *lpResource);
-    // Takes care of Resources that wait for a thread while no worker runs that could take them over: tries again, and
-    // ends them as failed fetches if there is still none. On the timer's thread.
+    // Takes care of Resources that wait for a thread while no worker runs that could take them over: tries
+    // again, and ends them as failed fetches if there is still none. On the timer's thread.
     void RunStranded();
     // Wakes the worker of lpResource, if it waits for its turn. The lock is held.
     void Wake(Resource *lpResource);
     // Counts lpResource as ended, before its host is told.
     void CountEnd(Resource *lpResource);
 
-    // Cancels and, now or later, destroys. It must be out of sight, neither on show nor a child. With no leaf lock held;
-    // on a worker also for the Page that it is delivering.
+    // Cancels and, now or later, destroys. It must be out of sight, neither on show nor a child. With no leaf
+    // lock held; on a worker also for the Page that it is delivering.
     void Retire(Page *lpPage);
     void Retire(Frame *lpFrame);
 
@@ -65,7 +66,7 @@ class WorkerRegistry {
     int CountWorkers();
     int CountRetired();
 
- private:
+  private:
     static void Run(void *lpWorker);
     void Serve(Worker *lpWorker);
     bool Continue(Worker *lpWorker);

@@ -25,24 +25,8 @@ std::string ReadFile(const fs::path &name) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// A BMP of nSide x nSide pixels in one colour, 0x00RRGGBB, 24 bits each; nSide is a multiple of 4, so that no
-// row is padded.
-std::string MakeBmp(uint32_t nSide, uint32_t colour) {
-    std::string bytes = "BM";
-    const auto put = [&bytes](uint32_t value, int count) {
-        for (int i = 0; i < count; ++i)
-            bytes += static_cast<char>(value >> (8 * i));
-    };
-    const uint32_t size = nSide * nSide * 3;
-    for (const uint32_t value : {54 + size, 0u, 54u, 40u, nSide, nSide})
-        put(value, 4);
-    put(1, 2);
-    put(24, 2);
-    for (const uint32_t value : {0u, size, 0u, 0u, 0u, 0u})
-        put(value, 4);
-    for (uint32_t i = 0; i < nSide * nSide; ++i)
-        put(colour, 3);
-    return bytes;
+bool Contains(const std::string &text, const char *part) {
+    return text.find(part) != std::string::npos;
 }
 
 struct Result {
@@ -83,9 +67,6 @@ class ShotTest : public testing::Test {
         _folder = pattern;
         fs::create_directory(_folder / "out");
         Write("blue.html", "<BODY BGCOLOR=#336699></BODY>");
-        Write("red.bmp", MakeBmp(16, 0xFF0000));
-        Write("picture.html", "<BODY BGCOLOR=#336699><IMG SRC=red.bmp></BODY>");
-        Write("missing.html", "<BODY BGCOLOR=#336699><IMG SRC=none.bmp></BODY>");
         ASSERT_EQ(mkfifo((_folder / "fifo").c_str(), 0600), 0);
     }
 
@@ -121,7 +102,7 @@ TEST_F(ShotTest, WrongCommandLinesAreRefusedWithALineAboutWhatIsWrong) {
     } kCases[] = {
         {"", "no URL"},
         {"''", "no URL"},
-        {"blue.html picture.html", "more than one URL"},
+        {"blue.html red.html", "more than one URL"},
         {"--colour blue.html", "unknown option --colour"},
         {"-q blue.html", "unknown option -q"},
         {"blue.html --size", "--size needs a value"},
@@ -143,8 +124,8 @@ TEST_F(ShotTest, WrongCommandLinesAreRefusedWithALineAboutWhatIsWrong) {
         const Result result = Run(std::string("shot ") + test.arguments);
         EXPECT_EQ(result.code, 1);
         EXPECT_EQ(result.out, "");
-        EXPECT_NE(result.err.find(test.says), std::string::npos) << result.err;
-        EXPECT_NE(result.err.find("try --help"), std::string::npos) << result.err;
+        EXPECT_TRUE(Contains(result.err, test.says)) << result.err;
+        EXPECT_TRUE(Contains(result.err, "try --help")) << result.err;
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
         EXPECT_FALSE(fs::exists(_folder / "page.png"));
     }
@@ -157,7 +138,7 @@ TEST_F(ShotTest, HelpFitsAScreenAndNamesEveryOptionAndExitCode) {
     EXPECT_LE(std::count(result.out.begin(), result.out.end(), '\n'), 24);
     for (const char *part : {"--size", "--wait", "--out", "--quiet", "--help", "--version", "\n  0  ",
                              "\n  1  ", "\n  2  ", "\n  4  ", "\n  5  "})
-        EXPECT_NE(result.out.find(part), std::string::npos) << part;
+        EXPECT_TRUE(Contains(result.out, part)) << part;
     EXPECT_EQ(Run("shot --version").out, "tessel-shot 1.0.0\n");
 }
 
@@ -170,8 +151,6 @@ TEST_F(ShotTest, WhatHappenedShowsInTheExitCodeAndTheMessages) {
     } kCases[] = {
         {"shot blue.html", 0, "wrote to page.png"},
         {"shot file://blue.html", 0, "pages 1 of 1"},
-        {"shot picture.html", 0, "pictures 1 of 1"},
-        {"shot missing.html", 0, "pictures 0 of 1"},
         {"shot none.html", 2, "did not come: none.html"},
         {"shot fifo", 2, "did not come: fifo"},
         {"shot out", 2, "did not come: out"},
@@ -179,16 +158,15 @@ TEST_F(ShotTest, WhatHappenedShowsInTheExitCodeAndTheMessages) {
         {"shot --wait 0 long.html", 4, "still to come: pages 1"},
         {"shot --out none/page.png blue.html", 5, "cannot write to none/page.png: No such file"},
         {"shot --out out blue.html", 5, "cannot write to out: Is a directory"},
-        {"shot --out /dev/full blue.html", 5, "No space left"},
+        {"shot --out - blue.html >/dev/full", 5, "No space left"},
         {"shot --out - blue.html >&-", 5, "cannot write to standard output"},
-        {"shot --out /dev/null blue.html", 0, "wrote to /dev/null"},
     };
     for (const auto &test : kCases) {
         SCOPED_TRACE(test.line);
         const auto start = std::chrono::steady_clock::now();
         const Result result = Run(test.line);
         EXPECT_EQ(result.code, test.code) << result.err;
-        EXPECT_NE(result.err.find(test.says), std::string::npos) << result.err;
+        EXPECT_TRUE(Contains(result.err, test.says)) << result.err;
         EXPECT_TRUE(LeftNothing());
         // None of this may be found out by waiting until the time is up.
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
@@ -212,7 +190,6 @@ TEST_F(ShotTest, ThePngShowsThePageInItsSize) {
         EXPECT_EQ(picture.Count(0x336699), 123 * 45);
     }
     EXPECT_EQ(Decode(Run("shot --out - blue.html").out).pixels.size(), 800u * 600u);
-    EXPECT_EQ(Decode(Run("shot --out - picture.html").out).Count(0xFF0000), 16 * 16);
     // The page may be there before the picture is made, or not: then it is empty.
     const Picture early = Decode(Run("shot --wait 0 --size 7x9 --out - long.html").out);
     EXPECT_EQ(early.Count(0x336699) + early.Count(0xFFFFFF), 7 * 9);
@@ -233,6 +210,12 @@ TEST_F(ShotTest, AFileIsReplacedAsAWholeOrLeftAlone) {
     EXPECT_TRUE(fs::is_symlink(_folder / "link.png"));
     EXPECT_EQ(Decode(ReadFile(_folder / "old.png")).Count(0x336699), 800 * 600);
     EXPECT_EQ(fs::status(_folder / "old.png").permissions(), fs::perms{0640});
+
+    // What is no file is written to where it is.
+    EXPECT_EQ(Run("timeout 20 cat fifo >piped & shot --out fifo blue.html; code=$?; wait; exit $code").code,
+              0);
+    EXPECT_TRUE(fs::is_fifo(_folder / "fifo"));
+    EXPECT_EQ(Decode(ReadFile(_folder / "piped")).Count(0x336699), 800 * 600);
 
     EXPECT_EQ(Run("umask 027; shot --out out/new.png blue.html").code, 0);
     EXPECT_EQ(fs::status(_folder / "out/new.png").permissions(), fs::perms{0640});

@@ -5,9 +5,9 @@
 
 namespace platform {
 
-// The clipboard as plain text. Get returns a new string, to be deleted with delete[], or null where there is no text;
-// it serves the host's clipboard if one was lent, else one of the library's own. Set returns 0 if the text was not
-// taken. On the host's thread.
+// The clipboard as plain text. Get returns a new string, to be deleted with delete[], or null where there is
+// no text; it serves the host's clipboard if one was lent, else one of the library's own. Set returns 0 if
+// the text was not taken. On the host's thread.
 char *GetClipboardText();
 int SetClipboardText(const char *lpszText);
 

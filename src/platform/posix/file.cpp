@@ -16,7 +16,7 @@ namespace {
 
 // A descriptor that closes itself.
 class Descriptor {
- public:
+  public:
     explicit Descriptor(int nDescriptor) : _nDescriptor(nDescriptor) {}
     ~Descriptor() {
         if (_nDescriptor >= 0)
@@ -26,7 +26,7 @@ class Descriptor {
     Descriptor &operator=(const Descriptor &) = delete;
     int Get() const { return _nDescriptor; }
 
- private:
+  private:
     int _nDescriptor;
 };
 
@@ -62,8 +62,9 @@ bool FileExists(const char *lpszName) {
     return MakeSystemName(lpszName, szName) && stat(szName, &info) == 0 && S_ISREG(info.st_mode);
 }
 
-// The file is opened without waiting, so that a FIFO does not hold the caller, and looked at before it is read, so that
-// nothing is asked of a device. A device may notice being opened: what is no regular file is not even opened.
+// The file is opened without waiting, so that a FIFO does not hold the caller, and looked at before it is
+// read, so that nothing is asked of a device. A device may notice being opened: what is no regular file is
+// not even opened.
 bool ReadWholeFile(const char *lpszName, uint8_t **lplpData, uint32_t *lpdwLength) {
     char szName[PATH_MAX];
     if (!FileExists(lpszName) || !MakeSystemName(lpszName, szName))

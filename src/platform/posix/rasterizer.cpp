@@ -21,21 +21,22 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 namespace platform {
 namespace {
 
-constexpr int kMaxCell = 255;       // pixels of a cell, either way: the engine holds them in bytes
-constexpr int kDrawPitch = 32;      // bytes of a row of the widest cell; sets are drawn so, then tightened
-constexpr int kMaxFace = 255;       // bytes of a face name that count
-constexpr int kMaxOpenFaces = 8;    // each holds a file open
-constexpr int kMaxNegative = -128;  // of a C spacing, which the engine holds in a signed byte
-constexpr FT_Pos kMaxInk = 1024;    // pixels; a larger outline is not drawn, so that no font makes FreeType
-                                    // allocate more than 128 KB for a glyph
+constexpr int kMaxCell = 255;     // pixels of a cell, either way: the engine holds them in bytes
+constexpr int kDrawPitch = 32;    // bytes of a row of the widest cell; sets are drawn so, then tightened
+constexpr int kMaxFace = 255;     // bytes of a face name that count
+constexpr int kMaxOpenFaces = 8;  // each holds a file open
+constexpr int kLeastC = -128;     // of a C spacing, which the engine holds in a signed byte
+constexpr FT_Pos kMaxInk = 1024;  // pixels; a larger outline is not drawn, so that no font makes FreeType
+                                  // allocate more than 128 KB for a glyph
 constexpr size_t kNameCount = 64;
 constexpr size_t kSetCount = 32;
 constexpr size_t kMaxKeptInk = 256 * 1024;  // bytes; three times what a set of 35 pixels takes
@@ -149,8 +150,7 @@ void DrawBox(int c, int nBaseline, FontCells *lpCells) {
     }
 }
 
-// The proportions are those of a common text font: an eighth of the em below the baseline, half an em to
-// advance.
+// The proportions are those of a common text font: an eighth of the em below the baseline, half an em wide.
 bool DrawBoxes(int nHeight, FontCells *lpCells, Line *lpLine) {
     const int nAdvance = std::max(3, (nHeight + 1) / 2);
     lpCells->nHeight = std::min(nHeight + (nHeight + 7) / 8, kMaxCell);
@@ -188,8 +188,7 @@ unsigned UnicodeOf(int c) {
 
 // 0, the font's sign for a missing character, where the font has none.
 FT_UInt GlyphOf(FT_Face lpFace, int c) {
-    // The characters of picture fonts stand at a private place, not at that of the letters that call for
-    // them.
+    // The pictures of a symbol font stand at private codes, not at those of the letters that call for them.
     if (lpFace->charmap && lpFace->charmap->encoding == FT_ENCODING_MS_SYMBOL)
         return FT_Get_Char_Index(lpFace, 0xF000u + static_cast<unsigned>(c));
     const unsigned nCode = UnicodeOf(c);
@@ -219,10 +218,10 @@ bool SetHeight(FT_Face lpFace, int nHeight) {
         return lpFace->units_per_EM && !FT_Set_Pixel_Sizes(lpFace, 0, static_cast<FT_UInt>(nHeight));
     int nBest = 0;
     for (int i = 1; i < lpFace->num_fixed_sizes; ++i) {
-        const auto lpfnMiss = [&](int n) {
+        const auto distance = [&](int n) {
             return std::abs(lpFace->available_sizes[n].y_ppem - FT_Pos{nHeight} * 64);
         };
-        if (lpfnMiss(i) < lpfnMiss(nBest))
+        if (distance(i) < distance(nBest))
             nBest = i;
     }
     return !FT_Select_Size(lpFace, nBest);
@@ -262,7 +261,7 @@ Line UnderlineOf(FT_Face lpFace, int nHeight, int nAscent) {
     return {nAscent - Scale(lpFace, nTop, nHeight), Scale(lpFace, lpFace->underline_thickness, nHeight)};
 }
 
-// Draws the sets of one face at one height, with nAscent rows above the baseline.
+// Draws the set of one face at one height, underline excepted.
 class CellPainter {
   public:
     CellPainter(FT_Library lpLibrary, FT_Face lpFace, int nHeight, uint16_t wMadeUp)
@@ -283,7 +282,7 @@ class CellPainter {
     FT_Face _lpFace;
     int _nHeight;
     uint16_t _wMadeUp;
-    int _nAscent = 0;
+    int _nAscent = 0;  // rows above the baseline
     FontCells *_lpCells = nullptr;
 };
 
@@ -305,7 +304,7 @@ bool CellPainter::Paint(FontCells *lpCells, Line *lpLine) {
             nMissing = c;
     }
     if (lpCells->nAveCharWidth <= 0) {
-        const FontCells::Spacing &x = lpCells->aSpacing['x'];
+        const FontCells::Spacing &x = lpCells->aSpacing[0x78];
         lpCells->nAveCharWidth = std::max(x.nA + x.nB + x.nC, 1);
     }
     *lpLine = UnderlineOf(_lpFace, _nHeight, _nAscent);
@@ -354,7 +353,7 @@ void CellPainter::PaintCharacter(int c, FT_UInt nGlyph) {
 // Leaves the glyph as a bitmap in the face's slot, made-up styles in it.
 bool CellPainter::Load(FT_UInt nGlyph) {
     const FT_GlyphSlot lpSlot = _lpFace->glyph;
-    // A style can be made up well from an outline only, and for all characters alike.
+    // Styles are made up from outlines where the font has any, so that all characters get them alike.
     const bool bOutline = _wMadeUp && FT_IS_SCALABLE(_lpFace);
     if (FT_Load_Glyph(_lpFace, nGlyph, kLoadFlags | (bOutline ? FT_LOAD_NO_BITMAP : 0)))
         return false;
@@ -368,6 +367,8 @@ bool CellPainter::Load(FT_UInt nGlyph) {
     FT_Outline_Get_CBox(&lpSlot->outline, &box);
     if (box.xMax - box.xMin > kMaxInk * 64 || box.yMax - box.yMin > kMaxInk * 64)
         return false;
+    // A stroke thinner than a pixel must not vanish, which it may in a font without instructions.
+    lpSlot->outline.flags &= ~FT_OUTLINE_IGNORE_DROPOUTS;
     return !FT_Render_Glyph(lpSlot, FT_RENDER_MODE_MONO);
 }
 
@@ -375,17 +376,16 @@ bool CellPainter::Load(FT_UInt nGlyph) {
 // leans by a fifth; a bitmap cannot be leant without breaking its strokes and stays upright.
 bool CellPainter::MakeUp() {
     const FT_GlyphSlot lpSlot = _lpFace->glyph;
-    if (lpSlot->format == FT_GLYPH_FORMAT_OUTLINE) {
-        if (_wMadeUp & kStyleBold)
-            FT_Outline_EmboldenXY(&lpSlot->outline, 64, 0);
-        if (_wMadeUp & kStyleItalic) {
-            const FT_Matrix lean = {0x10000, 0x3333, 0, 0x10000};
-            FT_Outline_Transform(&lpSlot->outline, &lean);
-        }
-        return true;
-    }
-    if (lpSlot->format == FT_GLYPH_FORMAT_BITMAP && _wMadeUp & kStyleBold) {
+    const bool bBold = _wMadeUp & kStyleBold;
+    if (lpSlot->format == FT_GLYPH_FORMAT_BITMAP && bBold)
         return !FT_GlyphSlot_Own_Bitmap(lpSlot) && !FT_Bitmap_Embolden(_lpLibrary, &lpSlot->bitmap, 64, 0);
+    if (lpSlot->format != FT_GLYPH_FORMAT_OUTLINE)
+        return true;
+    if (bBold)
+        FT_Outline_EmboldenXY(&lpSlot->outline, 64, 0);
+    if (_wMadeUp & kStyleItalic) {
+        const FT_Matrix lean = {0x10000, 0x3333, 0, 0x10000};
+        FT_Outline_Transform(&lpSlot->outline, &lean);
     }
     return true;
 }
@@ -398,7 +398,7 @@ void CellPainter::SetSpacing(int c, int nLeft, int nInk, int nAdvance) {
         spacing = {0, nAdvance, 0};
         return;
     }
-    const int nMostRight = std::min(kMaxCell, nAdvance - kMaxNegative);
+    const int nMostRight = std::min(kMaxCell, nAdvance - kLeastC);
     spacing.nA = std::clamp(nLeft, -kMaxCell, nMostRight);
     spacing.nB = std::min(nInk, nMostRight - spacing.nA);
     spacing.nC = nAdvance - spacing.nA - spacing.nB;
@@ -423,7 +423,7 @@ void CellPainter::CopyInk(int c) {
 
 // --- Faces ---
 
-// The name as fontconfig wants it. szUtf8 has room for three bytes for every byte of the name.
+// The name as fontconfig wants it. lpszUtf8 has room for three bytes for every byte of the name.
 void FaceToUtf8(const char *lpszFace, char *lpszUtf8) {
     for (int i = 0; i < kMaxFace && lpszFace[i]; ++i) {
         const int c = static_cast<unsigned char>(lpszFace[i]);
@@ -453,8 +453,7 @@ FcPattern *FindFont(FcConfig *lpConfig, const char *lpszFace, int nHeight, uint1
     FaceToUtf8(lpszFace, szUtf8);
     if (szUtf8[0])
         FcPatternAddString(lpAsked, FC_FAMILY, reinterpret_cast<const FcChar8 *>(szUtf8));
-    // Everything that counts is said here and nothing is left to the defaults, which may belong to the
-    // process.
+    // Everything that counts is said here; the defaults that fontconfig could fill in belong to the process.
     FcPatternAddInteger(lpAsked, FC_WEIGHT, wStyle & kStyleBold ? FC_WEIGHT_BOLD : FC_WEIGHT_REGULAR);
     FcPatternAddInteger(lpAsked, FC_SLANT, wStyle & kStyleItalic ? FC_SLANT_ITALIC : FC_SLANT_ROMAN);
     FcPatternAddInteger(lpAsked, FC_WIDTH, FC_WIDTH_NORMAL);
@@ -504,6 +503,7 @@ class Engine {
 
   private:
     Source FindSource(const char *lpszFace, int nHeight, uint16_t wStyle);
+    Source MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle);
     FontFile *FindFile(const char *lpszPath, int nIndex);
     FT_Face OpenFace(FontFile *lpFile);
     void CloseOldestFace();
@@ -574,27 +574,37 @@ Source Engine::FindSource(const char *lpszFace, int nHeight, uint16_t wStyle) {
             return name.source;
         }
     }
-    KeptName &name = LeastRecentlyUsed(_aNames);
-    memcpy(name.szFace, szFace, sizeof szFace);
-    name.nHeight = nHeight;
-    name.wStyle = wStyle;
-    name.source = {};
-    name.nLastUse = ++_nUses;
-    FcPattern *lpFound = _lpConfig ? FindFont(_lpConfig, szFace, nHeight, wStyle) : nullptr;
+    const Source source = MatchFace(szFace, nHeight, wStyle);
+    // Nothing found may have been want of memory, and is not remembered.
+    if (source.lpFile) {
+        KeptName &name = LeastRecentlyUsed(_aNames);
+        memcpy(name.szFace, szFace, sizeof szFace);
+        name.nHeight = nHeight;
+        name.wStyle = wStyle;
+        name.source = source;
+        name.nLastUse = ++_nUses;
+    }
+    return source;
+}
+
+Source Engine::MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle) {
+    Source source;
+    FcPattern *lpFound = _lpConfig ? FindFont(_lpConfig, lpszFace, nHeight, wStyle) : nullptr;
+    if (!lpFound)
+        return source;
     FcChar8 *lpszPath = nullptr;
-    if (lpFound && FcPatternGetString(lpFound, FC_FILE, 0, &lpszPath) == FcResultMatch) {
+    if (FcPatternGetString(lpFound, FC_FILE, 0, &lpszPath) == FcResultMatch) {
         int nIndex = 0;
         FcPatternGetInteger(lpFound, FC_INDEX, 0, &nIndex);
-        name.source.lpFile = FindFile(reinterpret_cast<const char *>(lpszPath), nIndex);
-        name.source.wMadeUp = name.source.lpFile ? MissingStyle(lpFound, wStyle) : uint16_t{0};
+        source.lpFile = FindFile(reinterpret_cast<const char *>(lpszPath), nIndex);
+        source.wMadeUp = source.lpFile ? MissingStyle(lpFound, wStyle) : uint16_t{0};
     }
-    if (lpFound)
-        FcPatternDestroy(lpFound);
-    return name.source;
+    FcPatternDestroy(lpFound);
+    return source;
 }
 
 FontFile *Engine::FindFile(const char *lpszPath, int nIndex) {
-    // fontconfig marks a variable font as such in the sign; FreeType wants the face alone.
+    // fontconfig sets the sign for a variable font as a whole; FreeType wants the number of the face alone.
     if (nIndex < 0)
         nIndex &= 0xFFFF;
     for (FontFile *lpFile = _lpFiles; lpFile; lpFile = lpFile->lpNext) {

@@ -1,7 +1,7 @@
-// The system's name service can neither be hurried nor called off, so that each question is put by a thread of its own,
-// which whoever asks may leave behind. Such a thread must not run in code that has been unloaded: it holds a reference
-// to the library, and lets go of it through the destructor of a thread-specific value, from inside the C library, when
-// no code of ours is left on its stack.
+// The system's name service can neither be hurried nor called off, so that each question is put by a thread
+// of its own, which whoever asks may leave behind. Such a thread must not run in code that has been unloaded:
+// it holds a reference to the library, and lets go of it through the destructor of a thread-specific value,
+// from inside the C library, when no code of ours is left on its stack.
 #include "platform/resolver.h"
 
 #include <arpa/inet.h>
@@ -29,7 +29,8 @@ constexpr uint32_t kPatience = 30000;
 constexpr uint32_t kMemory = 60000;
 constexpr std::chrono::milliseconds kLook(50);
 constexpr int kAnswers = 64;
-// Questions that nobody waits for any more, and those that somebody does. Behind this many, a name does not resolve.
+// Questions that nobody waits for any more, and those that somebody does. Behind this many, a name does not
+// resolve.
 constexpr int kMaxQuestions = 16;
 
 struct Answer {

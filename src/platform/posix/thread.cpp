@@ -12,8 +12,8 @@ namespace platform {
 
 namespace {
 
-// The deepest that a worker goes is a tag's handler above the attributes of one tag and the rasteriser, together well
-// below this. Sanitizers make frames larger.
+// The deepest that a worker goes is a tag's handler above the attributes of one tag and the rasteriser,
+// together well below this. Sanitizers make frames larger.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr size_t kStackSize = 1024 * 1024;
 #else

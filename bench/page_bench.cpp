@@ -1,0 +1,154 @@
+// From bytes to pixels: the three steps that every document goes through, for documents of a thousandfold
+// range of sizes, and for documents that nobody writes but to do harm.
+#include <benchmark/benchmark.h>
+
+#include <mutex>
+#include <string>
+
+#include "bench.h"
+#include "mainframe.h"
+#include "tessel.h"
+
+namespace {
+
+void CountBytes(benchmark::State &state, size_t nBytes) {
+    state.SetBytesProcessed(static_cast<int64_t>(nBytes) * state.iterations());
+    state.SetComplexityN(static_cast<int64_t>(nBytes));
+}
+
+void Sizes(benchmark::internal::Benchmark *lpBenchmark) {
+    for (const int64_t nBytes : {2'000, 20'000, 200'000, 2'000'000})
+        lpBenchmark->Arg(nBytes);
+    lpBenchmark->Unit(benchmark::kMicrosecond)->Complexity(benchmark::oN);
+}
+
+// --- Prose
+// ------------------------------------------------------------------------------------------------------------
+
+void PageParse(benchmark::State &state) {
+    const BenchEngine engine;
+    const std::string strHTML = MakeProse(static_cast<size_t>(state.range(0)));
+    // Once beforehand, so that the rasteriser knows the fonts.
+    std::unique_ptr<Page> lpPage = NewPage(strHTML);
+    for (auto _ : state) {
+        state.PauseTiming();
+        lpPage.reset();
+        state.ResumeTiming();
+        lpPage = NewPage();
+        lpPage->ParseHTML(strHTML.data(), static_cast<int>(strHTML.size()));
+    }
+    CountBytes(state, strHTML.size());
+}
+BENCHMARK(PageParse)->Apply(Sizes);
+
+void PageRelayout(benchmark::State &state) {
+    const BenchEngine engine;
+    const std::string strHTML = MakeProse(static_cast<size_t>(state.range(0)));
+    const std::unique_ptr<Page> lpPage = NewPage(strHTML);
+    for (auto _ : state)
+        lpPage->Relayout();
+    CountBytes(state, strHTML.size());
+}
+BENCHMARK(PageRelayout)->Apply(Sizes);
+
+void PagePaint(benchmark::State &state) {
+    BenchEngine engine;
+    const std::string strHTML = MakeProse(static_cast<size_t>(state.range(0)));
+    {
+        std::scoped_lock lock(g_lpMainFrame->_hPaintMutex, g_lpMainFrame->_hPageMutex);
+        g_lpMainFrame->SetPage(NewPage(strHTML).release());
+    }
+    for (auto _ : state) {
+        tessel_Invalidate();
+        tessel_Render(engine.Buffer());
+        benchmark::ClobberMemory();
+    }
+    CountBytes(state, strHTML.size());
+}
+BENCHMARK(PagePaint)->Apply(Sizes);
+
+// --- One paragraph without an end
+// -------------------------------------------------------------------------------------
+
+// The longest runs that there are, one behind the other in a single Line, so that nothing but word wrap ends
+// a line.
+void LongParagraphRelayout(benchmark::State &state) {
+    constexpr size_t kRun = 1023;
+    const BenchEngine engine;
+    const std::string strWords = MakeWords(kRun * static_cast<size_t>(state.range(0)));
+    std::string strHTML;
+    for (size_t nPos = 0; nPos < strWords.size(); nPos += kRun)
+        strHTML += strWords.substr(nPos, kRun) + "<X>";
+    const std::unique_ptr<Page> lpPage = NewPage(strHTML);
+    for (auto _ : state)
+        lpPage->Relayout();
+    CountBytes(state, strWords.size());
+}
+BENCHMARK(LongParagraphRelayout)
+    ->RangeMultiplier(4)
+    ->Range(16, 1024)
+    ->Unit(benchmark::kMicrosecond)
+    ->Complexity(benchmark::oN);
+
+// --- Worst cases
+// ------------------------------------------------------------------------------------------------------
+
+// A document of a beginning, nTimes the first piece and then nTimes the second, which meets all that the
+// first has left open.
+struct WorstCase {
+    const char *lpszName, *lpszBegin, *lpszFirst, *lpszSecond;
+    int nTimes;
+};
+
+// The smaller of the two documents of each has a million bytes, or 100,000 tags of a kind.
+constexpr WorstCase kWorstCases[] = {
+    {"LessThan", "", "<", "", 1'000'000},
+    {"Ampersand", "", "&", "", 1'000'000},
+    {"Entity", "", "&nbsp;", "", 166'667},
+    {"OpenLink", "", "<A HREF=x>", "", 100'000},
+    {"OpenLinkText", "", "<A HREF=x>a", "</A>b", 100'000},
+    {"OpenQuote", "", "<A HREF=\"", "", 111'111},
+    {"OpenQuoteTag", "", "<A HREF=\">", "", 100'000},
+    {"OneLetterWords", "", "a ", "", 500'000},
+    {"OneLetterTexts", "", "a<X>", "", 250'000},
+    {"OneLetterLines", "", "a<BR>", "", 166'667},
+    {"TwoColors", "", "<FONT COLOR=RED>a<FONT COLOR=BLUE>b", "</FONT>c", 50'000},
+    {"NestedCenter", "", "<CENTER>a", "</CENTER>b", 100'000},
+    {"NestedBold", "", "<B><I>a", "</B></I>b", 100'000},
+    {"Columns", "<TABLE><TR>", "<TD>a", "", 100'000},
+    {"ColumnsThenRows", "<TABLE><TR>", "<TD>a", "<TR><TD>b", 100'000},
+    {"Tables", "", "<TABLE><TR><TD>a", "</TABLE>b", 50'000},
+};
+
+std::string MakeWorst(const WorstCase &worst, int64_t nTimes) {
+    std::string strHTML = worst.lpszBegin;
+    for (const char *lpszPiece : {worst.lpszFirst, worst.lpszSecond}) {
+        for (int64_t i = 0; i < nTimes; ++i)
+            strHTML += lpszPiece;
+    }
+    return strHTML;
+}
+
+// The whole life of a page, so that nothing that is left for later goes unseen.
+void Worst(benchmark::State &state, const WorstCase &worst) {
+    BenchEngine engine;
+    const std::string strHTML = MakeWorst(worst, state.range(0));
+    for (auto _ : state) {
+        const std::unique_ptr<Page> lpPage = NewPage(strHTML);
+        lpPage->Render(engine.Buffer());
+    }
+    CountBytes(state, strHTML.size());
+}
+
+// Each at n and 2n, to be read as a ratio, which is 2 where the time grows as the document does.
+[[maybe_unused]] const bool g_bRegistered = [] {
+    for (const WorstCase &worst : kWorstCases) {
+        benchmark::RegisterBenchmark((std::string("Worst/") + worst.lpszName).c_str(), Worst, worst)
+            ->Arg(worst.nTimes)
+            ->Arg(2 * worst.nTimes)
+            ->Unit(benchmark::kMillisecond);
+    }
+    return true;
+}();
+
+}  // namespace

@@ -1,0 +1,137 @@
+#include "engine_fixture.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "dllmain.h"
+#include "hyperlink.h"
+#include "tessel.h"
+#include "text.h"
+#include "workers.h"
+
+bool FixedRasterizer::Rasterize(const char *, int nHeight, uint16_t, platform::FontCells *lpCells) {
+    ++nCalls;
+    if (bFails)
+        return false;
+    *lpCells = {nHeight, 0, 0, kWidth, kWidth, {}, 2, nullptr};
+    for (auto &spacing : lpCells->aSpacing)
+        spacing = {1, kWidth - 2, 1};
+    lpCells->aSpacing['|'] = {0, 0, 0};
+    lpCells->aSpacing['/'] = {1, kWidth - 1, -2};
+    const size_t nBytes = static_cast<size_t>(platform::kCharCount * nHeight * lpCells->nPitch);
+    lpCells->lpInk.reset(new uint8_t[nBytes]);
+    memset(lpCells->lpInk.get(), 0xFF, nBytes);
+    return true;
+}
+
+void EngineTest::StartEngine(int nWidth, int nHeight) {
+    char szFolder[] = "/tmp/tessel-test-XXXXXX";
+    _strFolder = mkdtemp(szFolder);
+    std::filesystem::current_path(_strFolder);
+    static int s_nInstance;
+    platform::ReplaceRasterizer(&_rasterizer);
+    ASSERT_EQ(DllMain(&s_nInstance, PROCESS_ATTACH), 1);
+    ASSERT_EQ(tessel_Init(&s_nInstance, nWidth, nHeight), 1);
+    _nWidth = nWidth;
+    _buffer.assign(static_cast<size_t>(nWidth * nHeight) + 2 * kGuard, kUntouched);
+}
+
+void EngineTest::StopEngine() {
+    if (g_lpMainFrame)
+        tessel_ShutDown();
+    DllMain(this, PROCESS_DETACH);
+    EXPECT_EQ(Workers().CountRetired(), 0) << "retired objects outlive the library";
+}
+
+void EngineTest::TearDown() {
+    StopEngine();
+    platform::ReplaceRasterizer(nullptr);
+    std::filesystem::current_path("/");
+    std::filesystem::remove_all(_strFolder);
+    for (size_t i = 0; i < kGuard; ++i)
+        ASSERT_TRUE(_buffer[i] == kUntouched && _buffer[_buffer.size() - 1 - i] == kUntouched)
+            << "written outside the host's buffer";
+}
+
+int EngineTest::CountPixels(uint32_t dwColor, int x, int y, int w, int h) {
+    int nCount = 0;
+    for (int nRow = y; nRow < y + h; ++nRow) {
+        for (int nColumn = x; nColumn < x + w; ++nColumn)
+            nCount += PixelAt(nColumn, nRow) == dwColor;
+    }
+    return nCount;
+}
+
+std::string EngineTest::WriteFile(const std::string &strName, const std::string &strContents) {
+    std::ofstream(strName, std::ios::binary) << strContents;
+    return strName;
+}
+
+bool EngineTest::WaitForWorkers() {
+    for (int i = 0; i < 10000 && Workers().CountWorkers() > 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    return Workers().CountWorkers() == 0;
+}
+
+void EngineTest::Load(const std::string &strURL) {
+    tessel_OpenURL(strURL.c_str());
+    ASSERT_TRUE(WaitForWorkers());
+}
+
+ParsedPage::ParsedPage(const std::string &strHTML, int nWidth, int nHeight) {
+    const Rect rc(0, 0, nWidth, nHeight);
+    _lpPage.reset(new Page(g_lpMainFrame, &rc, &rc, "test"));
+    // A copy of exactly that length, so that the address sanitizer sees a read behind it.
+    const std::unique_ptr<char[]> lpData(new char[strHTML.size()]);
+    memcpy(lpData.get(), strHTML.data(), strHTML.size());
+    _lpPage->ParseHTML(lpData.get(), static_cast<int>(strHTML.size()));
+    _lpPage->Relayout();
+}
+
+// There is no run-time type information: an object is told by its virtual table.
+static const void *ClassOf(const Element *lpElement) {
+    const void *lpTable;
+    memcpy(&lpTable, static_cast<const void *>(lpElement), sizeof lpTable);
+    return lpTable;
+}
+
+namespace {
+
+struct Classes {
+    const void *lpHyperlink, *lpLinkText, *lpText;
+};
+
+}  // namespace
+
+static std::string DumpItem(const Classes &classes, Element *lpElement, const std::string &strIndent) {
+    const void *lpClass = ClassOf(lpElement);
+    if (lpClass == classes.lpHyperlink)
+        return strIndent + "anchor " + static_cast<Hyperlink *>(lpElement)->lpszURL + "\n";
+    const Rect &rc = lpElement->_rc;
+    std::string strDump = strIndent;
+    if (!lpElement->_lpChildren)
+        strDump += std::to_string(rc.x) + "," + std::to_string(rc.y) + " " + std::to_string(rc.w) + "x" +
+                   std::to_string(rc.h) + " ";
+    if (lpClass != classes.lpText && lpClass != classes.lpLinkText)
+        return strDump + "box\n";
+    strDump += lpClass == classes.lpLinkText ? "link \"" : "\"";
+    strDump += static_cast<Text *>(lpElement)->_lpszText;
+    strDump += "\"\n";
+    for (auto *lpNode = List_Tail(lpElement->_lpChildren); lpNode; lpNode = lpNode->lpPrev)
+        strDump += DumpItem(classes, lpNode->lpData, strIndent + "  ");
+    return strDump;
+}
+
+std::string ParsedPage::Dump() {
+    ParsedPage sample("<A HREF=x>a</A>b", 100);
+    const List<Element> *lpSample = sample->_lpChildren;
+    const Classes classes{ClassOf(lpSample->lpNext->lpNext->lpData), ClassOf(lpSample->lpNext->lpData),
+                          ClassOf(lpSample->lpData)};
+    std::string strDump;
+    for (auto *lpNode = List_Tail(_lpPage->_lpChildren); lpNode; lpNode = lpNode->lpPrev)
+        strDump += DumpItem(classes, lpNode->lpData, "");
+    return strDump;
+}

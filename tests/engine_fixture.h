@@ -1,0 +1,71 @@
+// What the tests of the engine share: an engine with a font of fixed metrics, and pages made of strings.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mainframe.h"
+#include "page.h"
+#include "platform/rasterizer.h"
+
+// Every character is kWidth pixels wide, whatever its style, and as high as was asked for; its cell is all
+// ink. '|' has no width, and '/' reaches 2 pixels into the next character.
+class FixedRasterizer : public platform::Rasterizer {
+  public:
+    static constexpr int kWidth = 10;
+    std::atomic<int> nCalls{0};
+    bool bFails = false;
+    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, platform::FontCells *lpCells) override;
+};
+
+// The library as a host has it after tessel_Init, 400 by 300 pixels unless a test asks for another size. The
+// buffer has guard rows around it that the tear-down looks at.
+class EngineTest : public ::testing::Test {
+  protected:
+    static constexpr uint32_t kUntouched = 0xDEADBEEF;
+
+    void SetUp() override { StartEngine(400, 300); }
+    void TearDown() override;
+    void StartEngine(int nWidth, int nHeight);
+    void StopEngine();
+
+    uint32_t *Buffer() { return _buffer.data() + kGuard; }
+    uint32_t PixelAt(int x, int y) { return Buffer()[y * _nWidth + x]; }
+    // How many pixels in a rectangle have this colour.
+    int CountPixels(uint32_t dwColor, int x, int y, int w, int h);
+
+    // A file in a folder of the test's own, which is the current directory; gone after the test.
+    std::string WriteFile(const std::string &strName, const std::string &strContents);
+    // Waits, for 20 seconds at most, until no worker is left.
+    static bool WaitForWorkers();
+    // Opens a URL and waits for what comes of it.
+    static void Load(const std::string &strURL);
+
+    FixedRasterizer _rasterizer;
+
+  private:
+    static constexpr size_t kGuard = 4096;
+    std::vector<uint32_t> _buffer;
+    int _nWidth = 0;
+    std::string _strFolder;
+};
+
+// A page that is parsed and laid out on the calling thread, not shown by any Frame.
+class ParsedPage {
+  public:
+    ParsedPage(const std::string &strHTML, int nWidth, int nHeight = 300);
+    Page *operator->() { return _lpPage.get(); }
+    Page *Get() { return _lpPage.get(); }
+
+    // One line for each item in document order, "x,y wxh what"; the pieces of a text, indented, instead of
+    // its place. What stands behind the size: "text" in quotes, "link" and the text, "anchor" and the URL, or
+    // "box".
+    std::string Dump();
+
+  private:
+    std::unique_ptr<Page> _lpPage;
+};
