@@ -78,6 +78,14 @@ void FetchTurn::Release() {
     }
 }
 
+int FetchTurn::CountWaiting() {
+    std::lock_guard lock(_mutex);
+    int nCount = 0;
+    for (const Waiter *lpWaiter = _lpFirst; lpWaiter; lpWaiter = lpWaiter->lpNext)
+        ++nCount;
+    return nCount;
+}
+
 void FetchTurn::Append(Waiter *lpWaiter) {
     lpWaiter->lpNext = nullptr;
     lpWaiter->lpPrev = _lpLast;

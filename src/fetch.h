@@ -30,6 +30,8 @@ class FetchTurn {
     // false when the time is over or somebody has set the waiter's event.
     bool WaitFor(Waiter *lpWaiter, uint32_t nWait);
     void Release();
+    // For tests: how many wait.
+    int CountWaiting();
 
   private:
     void Append(Waiter *lpWaiter);

@@ -4,33 +4,29 @@
 //
 // Threads
 //
-//   host    makes all export calls. Events, Render, OpenURL come from here.
-//   timer   one thread, from tessel_Init to tessel_ShutDown. It runs OnTimer of the MainFrame under the
-//   export lock, so
-//           that it never runs beside an export.
+//   host    makes all export calls: events, Render, OpenURL come from here.
+//   timer   one thread, from tessel_Init to tessel_ShutDown. It runs OnTimer of the MainFrame under the export
+//           lock, so that it never runs beside an export.
 //   worker  one for each Resource that is being fetched (fetch.h). It parses, decodes and lays out, inside
 //           OnResourceDone.
 //
 // Locks, outermost first. A thread that holds one takes only locks further down.
 //
-//   export lock (tessel.cpp)      held through every export and every tick. Workers never take it.
-//     _hPaintMutex of a Frame     the Page against painting. Held by Render, and by OnResourceDone
-//     throughout.
-//       _hPageMutex               the Page's tree against events. Held by OnResourceDone; events only try it,
-//       and are
-//                                 dropped when it is busy.
-//         _hLoadMutex             _lpNextPage, the history and its cursor, and the decision whether a loaded
-//         Page is
-//                                 installed or was cancelled before.
-//           leaf locks            the dirty rectangle of a Page, the refresh record of a Frame, the base host
-//           of a
-//                                 Frame, the registry of workers, the turn to fetch, the resolver, the
-//                                 rasteriser. Nothing is taken while one of these is held.
+//   export lock (tessel.cpp)    held through every export and every tick. Workers never take it.
+//     _hPaintMutex of a Frame   the Page against painting. Held by Render, and by OnResourceDone throughout.
+//       _hPageMutex             the Page's tree against events. Held by OnResourceDone; events only try it, and
+//                               are dropped when it is busy.
+//         _hLoadMutex           _lpNextPage, the history and its cursor, and the decision whether a loaded Page
+//                               is installed or was cancelled before.
+//           leaf locks          the dirty rectangle of a Page, the refresh record of a Frame, the base host of a
+//                               Frame, the registry of workers, the turn to fetch, the resolver, the
+//                               rasteriser. Nothing is taken while one of these is held, but for the mutex inside
+//                               an Event that is being set.
 //
-//   The three mutexes of a Frame are recursive. A Frame's mutex of one kind comes before the mutex of that
-//   kind of its child Frames; a worker holds the mutexes of one Frame only, and takes those of a child Frame
-//   only to retire it. The turn to fetch (_hFetchMutex of MainFrame) is never held together with a mutex of a
-//   Frame. The host's callback is called with none of these held but the export lock.
+//   The three mutexes of a Frame are recursive. A Frame's mutex of one kind comes before the mutex of that kind of
+//   its child Frames; a worker holds the mutexes of one Frame only, and takes those of a child Frame only to retire
+//   it. The turn to fetch (_hFetchMutex of MainFrame) is never held together with a mutex of a Frame. The host's
+//   callback is called with none of these held but the export lock.
 //
 // How things end
 //

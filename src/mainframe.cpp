@@ -23,10 +23,7 @@ MainFrame::MainFrame(void *hInstance) : Frame(nullptr), hInst(hInstance) {}
 MainFrame::~MainFrame() {
     delete _lpIconLoading;
     delete _lpIconBroken;
-    delete _lpFontNormal;
-    delete _lpFontBold;
-    delete _lpFontSmallBold;
-    List_Destroy(_lpCharInfos);
+    DestroyDefaultFonts();
 }
 
 void MainFrame::LoadIcons() {
@@ -42,7 +39,18 @@ bool MainFrame::CreateDefaultFonts() {
     _lpFontNormal = NewFont(kDefaultFace, 2, 0, 0, nullptr, &_lpCharInfos);
     _lpFontSmallBold = NewFont(kDefaultFace, 1, 0, STYLE_BOLD, nullptr, &_lpCharInfos);
     _lpFontBold = NewFont(kDefaultFace, 2, 0, STYLE_BOLD, nullptr, &_lpCharInfos);
-    return _lpFontNormal->_lpCharInfo && _lpFontSmallBold->_lpCharInfo && _lpFontBold->_lpCharInfo;
+    if (_lpFontNormal->_lpCharInfo && _lpFontSmallBold->_lpCharInfo && _lpFontBold->_lpCharInfo)
+        return true;
+    DestroyDefaultFonts();
+    return false;
+}
+
+void MainFrame::DestroyDefaultFonts() {
+    for (Font **lplpFont : {&_lpFontNormal, &_lpFontBold, &_lpFontSmallBold}) {
+        delete *lplpFont;
+        *lplpFont = nullptr;
+    }
+    List_Destroy(_lpCharInfos);
 }
 
 // Shift and Ctrl are remembered here and go no further.

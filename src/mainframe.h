@@ -46,8 +46,11 @@ class MainFrame : public Frame {
     int OnKeyDown(int key) override;
 
     void LoadIcons();
-    // False if there is not even a glyph set to be had.
+    // False, with no font made, if there is not even a glyph set to be had.
     bool CreateDefaultFonts();
+
+  private:
+    void DestroyDefaultFonts();
 };
 
 // The one MainFrame: set when the library is loaded, null after tessel_ShutDown.

