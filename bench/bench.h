@@ -1,12 +1,14 @@
 // What the benchmarks share: an engine without a host, and pages made of words.
 //
-// Build without sanitizers and optimised, on a machine that has nothing else to do:
+// Build optimised, without sanitizers, and run on a machine that has nothing else to do. Where its clock wanders all the
+// same, what is to be compared is best measured in turns:
 //
 //     cmake --preset release -DTESSEL_BENCH=ON && cmake --build --preset release --target tessel_benchmarks
-//     build/release/bench/tessel_benchmarks --benchmark_filter=Page --benchmark_repetitions=5
+//     build/release/bench/tessel_benchmarks --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
 //
-// The number behind a name is the size of the input. Bytes per second that stay as they are from size to size
-// mean time that grows with the input and no faster.
+// The number behind a name is the size of the input. Bytes per second that stay as they are from size to size mean time
+// that grows with the input and no faster. Some loss is to be expected where a page outgrows the processor's caches: it
+// takes six to seven times the size of its document.
 #pragma once
 
 #include <cstdint>

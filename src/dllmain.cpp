@@ -25,6 +25,10 @@ int DllMain(void *hInstance, uint32_t dwReason) {
         case PROCESS_ATTACH:
             return Attach(hInstance);
         case PROCESS_DETACH:
+            // The host exits inside its callback, on a thread of ours, which cannot wait for itself. The others find
+            // everything in its place until the process has gone.
+            if (WorkerRegistry::OnOwnThread())
+                return 1;
             DestroyMainFrame();
             platform::ReleaseRasterizer();
             platform::ReleaseClipboard();

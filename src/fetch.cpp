@@ -8,6 +8,7 @@
 #include "platform/file.h"
 #include "platform/resolver.h"
 #include "resource.h"
+#include "workers.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ void FetchLocalFile(Resource *lpResource) {
 }
 
 int IsGivenUp(void *lpContext) {
-    return static_cast<const Resource *>(lpContext)->IsCancelled();
+    return Workers().IsUnwanted(static_cast<const Resource *>(lpContext));
 }
 
 }  // namespace

@@ -39,6 +39,12 @@ char *CutAt(char *lpsz, char c) {
     return lpCut + 1;
 }
 
+// Whether splitting a URL means asking whether the text before its first '/' is a host.
+bool NeedsLookup(const char *lpszURL) {
+    return strchr(lpszURL, '/') && !StartsWith(lpszURL, kFileScheme) && !StartsWith(lpszURL, kHttpScheme) &&
+           !platform::FileExists(lpszURL);
+}
+
 void SetParts(Resource *lpResource, const char *lpszHost, const char *lpszPath, const char *lpszQuery) {
     if (lpszHost && strlen(lpszHost) >= kHostSize)
         return;
@@ -257,20 +263,34 @@ void Frame::GetTitle(char *lpszTitle) {
         memcpy(lpszTitle, _lpPage->_lpszTitle, strlen(_lpPage->_lpszTitle) + 1);
 }
 
-// The record is taken before the load starts, so that a fast answer can arm the next one.
-void Frame::OnTimer(uint32_t dwTime) {
-    char *lpszURL = nullptr;
-    {
-        std::lock_guard lock(_hRefreshMutex);
-        if (!_lpRefresh)
-            return;
-        const uint32_t dwElapsed = dwTime - _lpRefresh->_dwStart;
-        if (dwElapsed < _lpRefresh->_dwDelay || dwElapsed > UINT32_MAX - kTickSlack)
-            return;
-        lpszURL = StrDup(_lpRefresh->_lpszURL);
+// The URL of the armed refresh if its time has come, else null. The record is taken before the load starts, so that
+// a fast answer can arm the next one.
+char *Frame::CopyDueURL(uint32_t dwTime, bool bTake) {
+    std::lock_guard lock(_hRefreshMutex);
+    if (!_lpRefresh)
+        return nullptr;
+    const uint32_t dwElapsed = dwTime - _lpRefresh->_dwStart;
+    if (dwElapsed < _lpRefresh->_dwDelay || dwElapsed > UINT32_MAX - kTickSlack)
+        return nullptr;
+    char *lpszURL = StrDup(_lpRefresh->_lpszURL);
+    if (bTake)
         _lpRefresh = nullptr;
+    return lpszURL;
+}
+
+void Frame::PrepareRefresh(uint32_t dwTime, int (*lpfnGiveUp)(void *)) {
+    char *lpszURL = CopyDueURL(dwTime, false);
+    if (lpszURL && NeedsLookup(lpszURL)) {
+        CutAt(lpszURL, '/');
+        platform::ResolveAddress(lpszURL, lpfnGiveUp, nullptr);
     }
-    OpenURL(lpszURL, 1, METHOD_GET);
+    delete[] lpszURL;
+}
+
+void Frame::OnTimer(uint32_t dwTime) {
+    char *lpszURL = CopyDueURL(dwTime, true);
+    if (lpszURL)
+        OpenURL(lpszURL, 1, METHOD_GET);
     delete[] lpszURL;
 }
 

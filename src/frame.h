@@ -98,6 +98,9 @@ class Frame : public Element {
     void GetTitle(char *lpszTitle);
     // Fires the armed refresh if its time has come. dwTime is the tick count.
     void OnTimer(uint32_t dwTime);
+    // Looks up the host that a refresh whose time has come is about to ask for, so that OnTimer finds the answer
+    // in memory. lpfnGiveUp as in platform/resolver.h. On the timer's thread, with nothing held.
+    void PrepareRefresh(uint32_t dwTime, int (*lpfnGiveUp)(void *));
     // Splits the URL of a Resource into host, path and query and starts its worker; null does nothing.
     void Fetch(Resource *lpResource);
     // A fetch has ended: delivers it, lays the Page on show out again and tells the host. On a worker.
@@ -138,6 +141,7 @@ class Frame : public Element {
     int Dispatch(Operation operation);
     void RememberURL(const char *lpszURL);
     void StepHistory(List<char> *List<char>::*lpStep);
+    char *CopyDueURL(uint32_t dwTime, bool bTake);
     void RetireContent();
     void SplitURL(char *lpszURL, Resource *lpResource);
 

@@ -265,7 +265,7 @@ void Page::ParseText(const char **lppPos, int *lpRemaining) {
             lpCell->_nMinWidth = nLongest;
         lpCell->_nRowWidth = AddLengths(lpCell->_nRowWidth, lpText->_rc.w);
     }
-    List_Prepend<PageItem>(lpLine->_lpItems, lpText);
+    lpLine->AddItem(lpText);
 }
 
 void Page::ParseTag(const char **lppPos, int *lpRemaining) {

@@ -1,6 +1,5 @@
-// The layout pass. Two steps: Relayout walks the source Lines and lets every item take its place from a pen,
-// collecting flow Lines on the way; AlignLines then moves the items of each flow Line to the right where an
-// alignment asks for it.
+// The layout pass. Two steps for each source Line: Relayout lets every item take its place from a pen, collecting flow
+// Lines on the way; AlignLines then moves the items of each flow Line to the right where an alignment asks for it.
 //
 // Table rows are recognised from the Lines alone. The column of the first Line of a row is remembered; the
 // next Line of that column opens the next row, and Lines of other columns stand beside it, at the same top.
@@ -100,7 +99,7 @@ void PlaceBox(PageItem *lpItem, Line **lppLine, int nLeft, int *lpnUsed, int *lp
     }
     lpItem->_rc.x = lpPen->x;
     lpItem->_rc.y = lpPen->y;
-    List_Prepend((*lppLine)->_lpItems, lpItem);
+    (*lppLine)->AddItem(lpItem);
     *lpnLineHeight = std::max(*lpnLineHeight, lpItem->_rc.h);
     lpPen->x = AddLengths(lpPen->x, lpItem->_rc.w);
 }
@@ -129,20 +128,22 @@ void Page::Relayout() {
     for (List<Table> *lpNode = _lpTables; lpNode; lpNode = lpNode->lpNext)
         lpNode->lpData->DistributeWidths();
     Pass pass;
-    for (List<Line> *lpNode = List_Tail(_lpLines); lpNode; lpNode = lpNode->lpPrev) {
+    for (List<Line> *lpNode = _lpFirstLine; lpNode; lpNode = lpNode->lpPrev) {
         const Line *lpSource = lpNode->lpData;
         Line *lpFlow = AddFlowLine(this, lpSource);
         pass.BeginLine(lpSource, _rc.w);
-        for (List<PageItem> *lpItem = List_Tail(lpSource->_lpItems); lpItem; lpItem = lpItem->lpPrev) {
+        for (List<PageItem> *lpItem = lpSource->_lpFirstItem; lpItem; lpItem = lpItem->lpPrev) {
             if (pass.nLineHeight == 0)
                 pass.nLineHeight = lpItem->lpData->_rc.h;
             lpItem->lpData->PlaceInLine(&lpFlow, pass.nLeft, &pass.nUsed, &pass.nLineHeight, &pass.pen,
                                         &pass.nWidth);
         }
         pass.EndLine(lpSource);
+        // An alignment moves things sideways alone and knows the tables' widths by now: it need not wait for the end of
+        // the pass, and the flow Lines of a long page need not exist all at once.
+        AlignLines();
+        List_Destroy(_lpFlowLines);
     }
-    AlignLines();
-    List_Destroy(_lpFlowLines);
     AddDirtyRect(0, 0, 0, 0);
 }
 

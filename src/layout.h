@@ -30,6 +30,14 @@ class Line {
     Line(const Line &) = delete;
     Line &operator=(const Line &) = delete;
     ~Line() { List_FreeNodes(_lpItems); }
+
+    void AddItem(PageItem *lpItem) {
+        List<PageItem> *lpNode = List_Prepend(_lpItems, lpItem);
+        if (!lpNode->lpNext)
+            _lpFirstItem = lpNode;
+    }
+    // The node of the oldest item, where the walk in document order begins; null if there is none.
+    List<PageItem> *_lpFirstItem = nullptr;
 };
 
 // Everything that stands in a Line. Its _lpOwner is the Page.

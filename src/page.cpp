@@ -20,7 +20,7 @@ Page::Page(Frame *lpFrame, const Point *lpOrigin, const Size *lpSize, const char
       _szVisible(_rc) {
     _lpHolder = this;
     _lpFontManager->PushFontRecord(g_lpMainFrame->_lpFontNormal, 1);
-    List_Prepend(_lpLines, new Line);
+    _lpFirstLine = List_Prepend(_lpLines, new Line);
 }
 
 // Lines, tables and forms point at the children, which go last, with the Element.

@@ -72,6 +72,8 @@ class Page : public Element, public Resource {
 
     // The part of the Page that can be painted: what lies in the buffer. Set by Render, for the items.
     Size _szVisible;
+    // The node of the document's first Line, so that a layout need not look for it.
+    List<Line> *_lpFirstLine;
     // Running workers of this Page and its Images; and whether it is on its way out. Guarded by the registry
     // of workers.
     int _nWorkers = 0;

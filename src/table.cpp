@@ -17,10 +17,12 @@ void Table::AddColumn(int nWidth, int nHeight, uint8_t bAlign) {
     lpCell->_nWantHeight = std::max(nHeight, 0);
     lpCell->_bAlign = bAlign;
     lpllCurCol = List_Prepend(_lpCols, lpCell);
+    if (!lpllCurCol->lpNext)
+        _lpFirstCol = lpllCurCol;
 }
 
 void Table::StartRow() {
-    lpllCurCol = List_Tail(_lpCols);
+    lpllCurCol = _lpFirstCol;
 }
 
 void Table::EndCell() {

@@ -46,6 +46,9 @@ class Table {
     // Shares out the width of the Page among the columns.
     void DistributeWidths();
 
+    // The node of the first column, or null: where each row starts.
+    List<TableCell> *_lpFirstCol = nullptr;
+
   private:
     int32_t Shrink(int32_t nExcess, int nColumns);
     int32_t Grow(int32_t nRoom, int nColumns);

@@ -81,7 +81,14 @@ class ExportCall {
     bool _bEntered = false;
 };
 
+int IsStopped(void *) {
+    return !State().bRunning;
+}
+
 void OnTick(uint32_t) {
+    // A name service may take its time; the host is not to wait for that.
+    if (State().bRunning)
+        g_lpMainFrame->PrepareRefresh(platform::Ticks(), IsStopped);
     std::unique_lock lock(State().mutex, std::try_to_lock);
     for (int i = 0; !lock && i < kTickTries && State().bRunning; ++i) {
         std::this_thread::sleep_for(kTickPause);

@@ -85,8 +85,7 @@ void Text::DestroyPieces() {
 void Text::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen,
                        int *lpnWidth) {
     DestroyPieces();
-    const int nWidth = MeasureText(_lpszText, _lpFont);
-    _rc.h = LineHeight(_lpFont);
+    const int nWidth = _rc.w;
     int nAvail = *lpnWidth - (lpPen->x - nLeft);
     if (nWidth > nAvail && SplitText(nAvail, *lpnWidth)) {
         // Not even the first word fits here: the run begins on a line of its own.
@@ -104,8 +103,7 @@ void Text::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeig
         PlacePieces(lppLine, nLeft, lpnUsed, lpnLineHeight, lpPen);
         return;
     }
-    List_Prepend<PageItem>((*lppLine)->_lpItems, this);
-    _rc.w = nWidth;
+    (*lppLine)->AddItem(this);
     _rc.x = lpPen->x;
     _rc.y = lpPen->y;
     lpPen->x = AddLengths(lpPen->x, nWidth);
@@ -119,7 +117,7 @@ void Text::PlacePieces(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeig
         lpPiece->_rc.x = lpPen->x;
         lpPiece->_rc.y = lpPen->y;
         *lpnLineHeight = std::max(*lpnLineHeight, lpPiece->_rc.h);
-        List_Prepend<PageItem>((*lppLine)->_lpItems, lpPiece);
+        (*lppLine)->AddItem(lpPiece);
         if (!lpNode->lpPrev) {
             lpPen->x = AddLengths(lpPen->x, lpPiece->_rc.w);
             break;

@@ -157,11 +157,18 @@ void WorkerRegistry::RunStranded() {
         delete lpWorker;
         lock.lock();
     }
+    lock.unlock();
+    Reap();
 }
 
 void WorkerRegistry::Wake(Resource *lpResource) {
     if (lpResource->_lpWorker)
         lpResource->_lpWorker->waiter.wake.Set();
+}
+
+bool WorkerRegistry::IsUnwanted(const Resource *lpResource) {
+    Lock lock(_mutex);
+    return lpResource->IsCancelled() || _bClosing || IsRetired(lpResource->_lpFrame);
 }
 
 // Adds nStep to what counts for the Page and the Frames of lpResource. The lock is held.

@@ -51,6 +51,9 @@ class WorkerRegistry {
     void RunStranded();
     // Wakes the worker of lpResource, if it waits for its turn. The lock is held.
     void Wake(Resource *lpResource);
+    // Whether nobody wants lpResource any more: it is cancelled, its Frame is on its way out, or the library is. True
+    // of a Resource that is not yet started, too. The lock is not held.
+    bool IsUnwanted(const Resource *lpResource);
     // Counts lpResource as ended, before its host is told.
     void CountEnd(Resource *lpResource);
 

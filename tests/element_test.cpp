@@ -1,14 +1,17 @@
-// The routing of events, the hover and the focus, in a tree whose Elements write down what they are told.
+// The routing of events, the hover and the focus, among Elements that write down what they are told.
 #include "element.h"
 
+#include <atomic>
 #include <sstream>
+#include <thread>
 #include <utility>
 
 #include "engine_fixture.h"
+#include "tessel.h"
 
 namespace {
 
-using MouseEvent = int (Element::*)(uint16_t, uint16_t);
+std::atomic<int> g_nCallbacks;
 
 // Writes down under its name what it is told. Its results tell who answered: 1 for a new focus, 2 for a lost
 // one, 7 for everything else.
@@ -18,7 +21,6 @@ class Probe : public Element {
         : Element(nullptr, bTabStop), _lpLog(lpLog), _cName(cName) {
         _rc = rc;
     }
-    ~Probe() override { Note("gone"); }
     void Render(uint32_t *) override { Note("render"); }
     int OnSetFocus() override { return Note("focus") - 6; }
     int OnKillFocus() override { return Note("blur") - 5; }
@@ -47,14 +49,11 @@ class Probe : public Element {
     char _cName;
 };
 
-// A root at (100, 50) with two children, 20 pixels wide, that overlap from x = 10 to 20; a is the older one.
+}  // namespace
+
 class ElementTest : public EngineTest {
   protected:
-    void SetUp() override {
-        EngineTest::SetUp();
-        Restart();
-    }
-
+    // A root at (100, 50) with two children, 20 pixels wide, that overlap from x = 10 to 20; a is the older one.
     void Restart() {
         _lpRoot = std::make_unique<Element>(nullptr, 0);
         _lpRoot->_rc = Rect(100, 50, 200, 100);
@@ -62,128 +61,116 @@ class ElementTest : public EngineTest {
         _lpRoot->AddChild(_lpB = new Probe(&_strLog, 'b', Rect(10, 0, 20, 20)));
         _strLog.clear();
     }
-
-    std::string TakeLog() { return std::exchange(_strLog, ""); }
-
-    // Sends mouse events, each a letter and a place, and writes down what they return besides.
+    // Sends mouse events, each a letter and a place, to a new root; what the children write down, and the results.
     std::string Play(const char *lpszScript) {
-        constexpr MouseEvent kEvents[] = {
+        constexpr int (Element::*kEvents[])(uint16_t, uint16_t) = {
             &Element::OnMouseMove, &Element::OnLMouseDown, &Element::OnRMouseDown, &Element::OnLMouseUp,
             &Element::OnRMouseUp,  &Element::OnLMouseDrag, &Element::OnRMouseDrag};
+        Restart();
         std::istringstream script(lpszScript);
         char cEvent, cComma;
         for (uint16_t x, y; script >> cEvent >> x >> cComma >> y;) {
-            const MouseEvent lpfnEvent = kEvents[std::string("MLRlrdD").find(cEvent)];
+            const auto lpfnEvent = kEvents[std::string("MLRlrdD").find(cEvent)];
             _strLog += "=" + std::to_string((_lpRoot.get()->*lpfnEvent)(x, y)) + " ";
         }
         return TakeLog();
     }
+    std::string TakeLog() { return std::exchange(_strLog, ""); }
 
     std::string _strLog;
     Probe *_lpA, *_lpB;
     std::unique_ptr<Element> _lpRoot;
 };
 
-}  // namespace
-
-TEST_F(ElementTest, HitsIncludeTheRightAndBottomEdges) {
-    Element element(nullptr, 0);
-    element._rc = Rect(10, 20, 20, 5);
-    const int aCases[][3] = {{10, 20, 1}, {30, 25, 1}, {9, 20, 0}, {31, 20, 0}, {10, 19, 0}, {10, 26, 0}};
-    for (const auto &[x, y, bHit] : aCases)
-        EXPECT_EQ(element.HitTest(x, y), bHit) << x << "," << y;
-}
-
-TEST_F(ElementTest, RectanglesThatOnlyTouchDoNotIntersect) {
-    Element element(nullptr, 0);
-    element._rc = Rect(10, 20, 20, 5);
-    const int aCases[][5] = {{30, 20, 5, 5, 0}, {5, 20, 5, 5, 0},  {10, 25, 5, 5, 0}, {10, 15, 5, 5, 0},
-                             {29, 24, 5, 5, 1}, {6, 16, 5, 5, 1},  {0, 0, 99, 99, 1}, {15, 21, 1, 1, 1},
-                             {15, 21, 0, 1, 0}, {15, 21, 1, 0, 0}, {0, 20, 99, 1, 1}};
-    for (const auto &[x, y, w, h, bMeets] : aCases) {
-        const Rect rc(x, y, w, h);
-        EXPECT_EQ(element.Intersects(&rc), bMeets) << x << "," << y << " " << w << "x" << h;
-    }
-}
-
 TEST_F(ElementTest, MouseEventsTakeTheirWay) {
-    const struct {
-        const char *lpszWhat, *lpszScript, *lpszLog;
-    } aCases[] = {
-        {"a child is entered, and stays hovered while it is hit", "M105,55 M115,55 M121,55",
-         "a enter a M5,5 =0 a M15,5 =0 a leave b enter b M21,5 =0 "},
-        {"every child that is hit is entered, the oldest keeps the pointer", "M115,55 M200,55",
-         "b enter a enter a M15,5 =0 a leave =0 "},
-        {"nothing is hit left of the origin", "M105,55 M99,49", "a enter a M5,5 =0 a leave =0 "},
-        {"no hover, no press", "L105,55 R5,5", "=1 =0 "},
-        {"a left press moves the focus once", "M105,55 L105,55 L106,56",
-         "a enter a M5,5 =0 a focus a L5,5 =7 a L6,6 =7 "},
-        {"a right press does so too, and is not translated", "M105,55 L105,55 M125,55 R25,5",
-         "a enter a M5,5 =0 a focus a L5,5 =7 a leave b enter b M25,5 =0 a blur b focus b R25,5 =7 "},
-        {"a press outside takes the focus away", "M105,55 L105,55 L125,55 L105,55 R105,55",
-         "a enter a M5,5 =0 a focus a L5,5 =7 a blur =1 a focus a L5,5 =7 a blur =0 "},
-        {"a release goes to the hover if that is hit", "M105,55 l105,55 r5,5 l5,5 r105,55",
-         "a enter a M5,5 =0 a l5,5 =7 a r5,5 =7 =0 =0 "},
-        {"a drag that leaves the child ends the hover", "M105,55 d5,6 d105,55 d5,6 r5,5",
-         "a enter a M5,5 =0 a d5,6 =7 a leave =1 =1 =0 "},
-        {"with the right button too", "M105,55 D105,55 D5,5", "a enter a M5,5 =0 a leave =1 =1 "},
-    };
-    for (const auto &c : aCases) {
-        Restart();
-        EXPECT_EQ(Play(c.lpszScript), c.lpszLog) << c.lpszWhat;
-    }
-}
-
-TEST_F(ElementTest, SetFocusTellsTheOldAndTheNewChild) {
-    EXPECT_EQ(_lpRoot->SetFocus(_lpA), 1);
-    EXPECT_EQ(_lpRoot->SetFocus(_lpA), 0);
-    EXPECT_EQ(_lpRoot->SetFocus(_lpB), 3);
-    EXPECT_EQ(TakeLog(), "a focus a blur b focus ");
-    _lpA->_lpOwner = _lpRoot.get();
-    EXPECT_TRUE(_lpA->HasFocus(_lpB));
-    EXPECT_FALSE(_lpA->HasFocus(_lpA));
-    EXPECT_FALSE(_lpRoot->HasFocus(_lpB)) << "the root has no owner";
+    // Both edges count as inside. Every child that is hit is entered, and the oldest keeps the pointer while it is hit.
+    EXPECT_EQ(Play("M100,50 M120,70 M120,71"), "a enter a M0,0 =0 a M20,20 =0 a leave =0 ");
+    EXPECT_EQ(Play("M130,70 M131,70"), "b enter b M30,20 =0 b leave =0 ");
+    EXPECT_EQ(Play("M105,55 M115,55 M121,55"), "a enter a M5,5 =0 a M15,5 =0 a leave b enter b M21,5 =0 ");
+    EXPECT_EQ(Play("M115,55 M99,49"), "b enter a enter a M15,5 =0 a leave =0 ");
+    // The hover alone gets presses, and only while it is hit; they move the focus. Right ones are not translated.
+    EXPECT_EQ(Play("L105,55 R5,5"), "=1 =0 ");
+    EXPECT_EQ(Play("M105,55 L105,55 L106,56"), "a enter a M5,5 =0 a focus a L5,5 =7 a L6,6 =7 ");
+    EXPECT_EQ(Play("M105,55 L105,55 M125,55 R25,5"),
+              "a enter a M5,5 =0 a focus a L5,5 =7 a leave b enter b M25,5 =0 a blur b focus b R25,5 =7 ");
+    EXPECT_EQ(Play("M105,55 L105,55 L125,55 L105,55 R105,55"),
+              "a enter a M5,5 =0 a focus a L5,5 =7 a blur =1 a focus a L5,5 =7 a blur =0 ");
+    EXPECT_EQ(Play("M105,55 l105,55 r5,5 l5,5 r105,55"), "a enter a M5,5 =0 a l5,5 =7 a r5,5 =7 =0 =0 ");
+    // A drag that leaves the child ends the hover.
+    EXPECT_EQ(Play("M105,55 d5,6 d105,55 d5,6 r5,5"), "a enter a M5,5 =0 a d5,6 =7 a leave =1 =1 =0 ");
+    EXPECT_EQ(Play("M105,55 D105,55 D5,5"), "a enter a M5,5 =0 a leave =1 =1 ");
 }
 
 TEST_F(ElementTest, KeysReachTheFocusedChildAlone) {
-    const auto Send = [this] {
-        int nResults = 0;
+    Restart();
+    const auto Send = [this](int nResult) {
         for (auto lpfnEvent : {&Element::OnChar, &Element::OnKeyUp, &Element::OnKeyDown,
                                &Element::OnSysKeyDown, &Element::OnSysKeyUp})
-            nResults += (_lpRoot.get()->*lpfnEvent)(65);
-        return nResults;
+            EXPECT_EQ((_lpRoot.get()->*lpfnEvent)(65), nResult);
     };
-    EXPECT_EQ(Send(), 0);
-    _lpRoot->SetFocus(_lpB);
-    EXPECT_EQ(Send(), 5 * 7);
-    EXPECT_EQ(TakeLog(), "b focus b char65 b up65 b down65 b sysdown65 b sysup65 ");
+    Send(0);
+    EXPECT_EQ(_lpRoot->SetFocus(_lpA), 1);
+    EXPECT_EQ(_lpRoot->SetFocus(_lpA), 0);
+    EXPECT_EQ(_lpRoot->SetFocus(_lpB), 3);
+    Send(7);
+    EXPECT_EQ(TakeLog(), "a focus a blur b focus b char65 b up65 b down65 b sysdown65 b sysup65 ");
+    _lpRoot->Render(Buffer());
+    EXPECT_EQ(TakeLog(), "b render a render ") << "the newest first";
 }
 
 TEST_F(ElementTest, TabRunsThroughTheTabStopsAndWraps) {
+    Restart();
     _lpRoot->AddChild(new Probe(&_strLog, 'c', Rect(), 1));
     _lpRoot->AddChild(new Probe(&_strLog, 'd', Rect(), 1));
-    const struct {
-        int bShift, nResult;
-        const char *lpszLog;
-    } aSteps[] = {{0, 1, "a focus "},        {0, 3, "a blur c focus "}, {0, 3, "c blur d focus "},
-                  {0, 3, "d blur a focus "}, {1, 3, "a blur d focus "}, {1, 3, "d blur c focus "}};
-    for (const auto &step : aSteps) {
-        g_lpMainFrame->_bShift = step.bShift;
-        EXPECT_EQ(_lpRoot->OnKeyDown(9), step.nResult);
-        EXPECT_EQ(TakeLog(), step.lpszLog);
-    }
+    const auto Tab = [this](const std::string &strShifts) {
+        for (const char cShift : strShifts) {
+            g_lpMainFrame->_bShift = cShift == 'S';
+            _strLog += "=" + std::to_string(_lpRoot->OnKeyDown(9)) + " ";
+        }
+        return TakeLog();
+    };
+    EXPECT_EQ(Tab("----"), "a focus =1 a blur c focus =3 c blur d focus =3 d blur a focus =3 ");
+    EXPECT_EQ(Tab("SS"), "a blur d focus =3 d blur c focus =3 ");
     _lpRoot->_lpFocus = nullptr;
-    EXPECT_EQ(_lpRoot->OnKeyDown(9), 1);
-    EXPECT_EQ(TakeLog(), "d focus ") << "the very first Tab with Shift";
+    EXPECT_EQ(Tab("S"), "d focus =1 ") << "the very first one";
     for (auto *lpNode = _lpRoot->_lpChildren; lpNode; lpNode = lpNode->lpNext)
         lpNode->lpData->_bTabStop = 0;
-    EXPECT_EQ(_lpRoot->OnKeyDown(9), 2);
-    EXPECT_EQ(_lpRoot->OnKeyDown(9), 0);
-    EXPECT_EQ(TakeLog(), "d blur ") << "nowhere to stop";
+    EXPECT_EQ(Tab("-S-"), "d blur =2 =0 =0 ") << "nowhere to stop";
 }
 
-TEST_F(ElementTest, ChildrenPaintAndGoFromTheNewestToTheOldest) {
-    _lpRoot->Render(Buffer());
-    _lpRoot.reset();
-    EXPECT_EQ(TakeLog(), "b render a render b gone a gone ");
+// From the host through two Frames, at (100, 60) and (60, 40) of that, to a Page; and what a busy Page misses.
+TEST_F(ElementTest, EventsReachThePageOfAFrameUnlessAWorkerHasIt) {
+    const auto SendAll = [this] {
+        g_nCallbacks = 0;
+        for (auto lpfnSend : {tessel_OnMouseMove, tessel_OnLMouseDown, tessel_OnLMouseDrag, tessel_OnLMouseUp,
+                              tessel_OnRMouseDown, tessel_OnRMouseUp})
+            EXPECT_EQ(lpfnSend(165, 107), 0);
+        for (auto lpfnSend : {tessel_OnChar, tessel_OnKeyDown, tessel_OnKeyUp})
+            EXPECT_EQ(lpfnSend(65), 0);
+        return TakeLog() + std::to_string(g_nCallbacks);
+    };
+    Frame *lpFrame = g_lpMainFrame;
+    for (const Rect &rc : {Rect(100, 60, 300, 200), Rect(60, 40, 100, 100)}) {
+        Frame *lpParent = std::exchange(lpFrame, new Frame(nullptr));
+        lpFrame->_rc = rc;
+        lpFrame->SetParent(lpParent);
+        lpParent->AddChild(lpFrame);
+    }
+    tessel_SetCallback(4, [](int) { ++g_nCallbacks; });
+    EXPECT_EQ(SendAll(), "0") << "there is no Page yet";
+    lpFrame->OpenURL("none", 1, METHOD_GET);
+    ASSERT_TRUE(WaitForWorkers());
+    lpFrame->_lpPage->AddChild(new Probe(&_strLog, 'a', Rect(0, 0, 50, 50)));
+    {
+        std::lock_guard lock(lpFrame->_hPageMutex);
+        std::thread([&] { EXPECT_EQ(SendAll(), "0"); }).join();
+    }
+    // The host is told of each but the move, whose result goes no further.
+    EXPECT_EQ(SendAll(),
+              "a enter a M5,7 a focus a L5,7 a d5,7 a l5,7 a R5,7 a r5,7 a char65 a down65 a up65 8");
+    EXPECT_EQ(tessel_OnKeyDown(0x10) + tessel_OnKeyDown(0x11), 0);
+    EXPECT_EQ(g_lpMainFrame->_bShift + g_lpMainFrame->_bCtrl, 2);
+    EXPECT_EQ(tessel_OnKeyUp(0x10) + tessel_OnKeyUp(0x11), 0);
+    EXPECT_EQ(g_lpMainFrame->_bShift + g_lpMainFrame->_bCtrl, 0);
+    EXPECT_EQ(TakeLog(), "") << "Shift and Ctrl are never seen by a Page";
 }

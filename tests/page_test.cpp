@@ -5,54 +5,33 @@
 #include "image.h"
 #include "tessel.h"
 #include "tessel_host.h"
-#include "workers.h"
 
 namespace {
 
-constexpr uint32_t kMark = 0x010203;
+constexpr uint32_t kDot = 0x010203;
 
-// Paints a pixel of its own at its corner, and counts how often.
+// Paints a pixel at its corner.
 class Dot : public Element {
   public:
-    Dot(Page *lpPage, const Rect &rc) : Element(lpPage, 0) { _rc = rc; }
-    void Render(uint32_t *lpBuffer) override {
-        ++nRendered;
-        lpBuffer[_rc.y * 400 + _rc.x] = kMark;
+    Dot(Page *lpPage, const Rect &rc) : Element(lpPage, 0) {
+        _rc = rc;
+        lpPage->AddChild(this);
     }
-    int nRendered = 0;
-};
-
-// A document with a picture and, like a frameset, divisions; it can be cancelled at the end of its transfer.
-class LatePage : public Page {
-  public:
-    LatePage(int bFrameset, int bCancel)
-        : Page(g_lpMainFrame, &g_lpMainFrame->_rc, &g_lpMainFrame->_rc, "blue.htm"),
-          _bFrameset(bFrameset),
-          _bCancel(bCancel) {}
-
-    void OnData() override {
-        Image *lpImage = new Image(this, "missing.bmp", -1, -1);
-        AddChild(lpImage);
-        AddFetch(lpImage);
-        if (_bFrameset)
-            _lpFrame->_lpFrameset = new Frameset(_lpFrame);
-        if (_bCancel)
-            Cancel();
-        Page::OnData();
-    }
-
-  private:
-    int _bFrameset, _bCancel;
+    void Render(uint32_t *lpBuffer) override { lpBuffer[_rc.y * 400 + _rc.x] = kDot; }
 };
 
 class PageTest : public EngineTest {
   protected:
     void SetUp() override {
         EngineTest::SetUp();
-        WriteFile("red.htm", "<TITLE>red</TITLE><BODY BGCOLOR=#FF0000>");
-        WriteFile("blue.htm", "<TITLE>blue</TITLE><BODY BGCOLOR=#0000FF>");
+        Load(WriteFile("red.htm", "<TITLE>red</TITLE><BODY BGCOLOR=#FF0000>"));
     }
-    static Page *Shown() { return g_lpMainFrame->_lpPage; }
+    // Paints on a clean buffer; how many pixels have this colour then.
+    int Render(uint32_t dwColor) {
+        std::fill_n(Buffer(), 400 * 300, kUntouched);
+        tessel_Render(Buffer());
+        return CountPixels(dwColor, 0, 0, 400, 300);
+    }
     static std::string Title() {
         char szTitle[TESSEL_TITLE_SIZE] = "untouched";
         tessel_GetTitle(szTitle);
@@ -63,103 +42,68 @@ class PageTest : public EngineTest {
 }  // namespace
 
 TEST_F(PageTest, DirtyRectangleGrowsToHoldAll) {
-    const struct {
-        std::vector<Rect> added;
-        Rect rcDirty;
-    } aCases[] = {
-        {{{5, 6, 7, 8}}, {5, 6, 7, 8}},
-        {{{0, 0, 0, 0}}, {0, 0, 100, 50}},
-        {{{10, 10, 5, 5}, {30, 0, 10, 4}}, {10, 0, 30, 15}},
-        {{{10, 10, 20, 20}, {12, 12, 2, 2}}, {10, 10, 20, 20}},
-        {{{200, 5, 5, 5}, {0, 0, 0, 0}}, {0, 0, 100, 50}},
-        {{{0, 0, 0, 0}, {90, 40, 20, 20}}, {0, 0, 110, 60}},
-    };
-    for (const auto &c : aCases) {
+    const auto Dirty = [](const Rect &rc, const Rect &rcMore) {
         ParsedPage page("", 100, 50);
         EXPECT_EQ(page->_rcDirty, Rect(0, 0, 100, 50)) << "after the layout";
         page->_rcDirty = Rect();
-        for (const Rect &rc : c.added)
-            page->AddDirtyRect(rc.x, rc.y, rc.w, rc.h);
-        EXPECT_EQ(page->_rcDirty, c.rcDirty) << &c - aCases;
-    }
-}
-
-TEST_F(PageTest, FirstRenderPaintsAllAndTheSecondNothing) {
-    Load("red.htm");
-    tessel_Render(Buffer());
-    EXPECT_EQ(CountPixels(0xFF0000, 0, 0, 400, 300), 400 * 300);
-    std::fill_n(Buffer(), 400 * 300, kUntouched);
-    tessel_Render(Buffer());
-    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 400, 300), 400 * 300);
-    tessel_Invalidate();
-    tessel_Render(Buffer());
-    EXPECT_EQ(CountPixels(0xFF0000, 0, 0, 400, 300), 400 * 300);
+        page->AddDirtyRect(rc.x, rc.y, rc.w, rc.h);
+        EXPECT_EQ(page->_rcDirty, rc.IsZero() ? Rect(0, 0, 100, 50) : rc);
+        page->AddDirtyRect(rcMore.x, rcMore.y, rcMore.w, rcMore.h);
+        return page->_rcDirty;
+    };
+    EXPECT_EQ(Dirty({10, 10, 5, 5}, {30, 0, 10, 4}), Rect(10, 0, 30, 15));
+    EXPECT_EQ(Dirty({10, 10, 20, 20}, {12, 12, 2, 2}), Rect(10, 10, 20, 20));
+    EXPECT_EQ(Dirty({200, 5, 5, 5}, {}), Rect(0, 0, 100, 50)) << "four zeros are the whole page";
+    EXPECT_EQ(Dirty({}, {90, 40, 20, 20}), Rect(0, 0, 110, 60));
 }
 
 TEST_F(PageTest, RenderPaintsWhatIsDirtyAndWhatMeetsIt) {
-    Load("red.htm");
-    tessel_Render(Buffer());
-    std::fill_n(Buffer(), 400 * 300, kUntouched);
-    Dot *lpMeets = new Dot(Shown(), {8, 8, 3, 3}), *lpTouches = new Dot(Shown(), {15, 10, 3, 3});
-    Dot *lpMarked = new Dot(Shown(), {300, 200, 3, 3});
-    for (Dot *lpDot : {lpMeets, lpTouches, lpMarked})
-        Shown()->AddChild(lpDot);
-    Shown()->AddDirtyRect(10, 10, 5, 4);
+    EXPECT_EQ(Render(0xFF0000), 400 * 300);
+    EXPECT_EQ(Render(kUntouched), 400 * 300) << "nothing has changed";
+    Page *lpPage = g_lpMainFrame->_lpPage;
+    new Dot(lpPage, {8, 8, 3, 3});    // meets it
+    new Dot(lpPage, {15, 10, 3, 3});  // touches it
+    Dot *lpMarked = new Dot(lpPage, {300, 200, 3, 3});
     lpMarked->_bDirty = 1;
-    for (int i = 0; i < 2; ++i)
-        tessel_Render(Buffer());
-    EXPECT_EQ(CountPixels(0xFF0000, 10, 10, 5, 4), 20);
-    EXPECT_EQ(CountPixels(kMark, 0, 0, 400, 300), 2);
-    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 400, 300), 400 * 300 - 22);
-    EXPECT_EQ(lpMeets->nRendered, 1);
-    EXPECT_EQ(lpTouches->nRendered, 0);
-    EXPECT_EQ(lpMarked->nRendered, 1);
-    // An item marks its own place, which is painted as far as there is a page.
+    lpPage->AddDirtyRect(10, 10, 5, 4);
+    EXPECT_EQ(Render(kUntouched), 400 * 300 - 5 * 4 - 2);
+    EXPECT_EQ(CountPixels(0xFF0000, 10, 10, 5, 4), 5 * 4);
+    EXPECT_TRUE(PixelAt(8, 8) == kDot && PixelAt(300, 200) == kDot);
+    EXPECT_EQ(lpMarked->_bDirty, 0);
+    // What marks its own place is painted as far as there is a page.
     lpMarked->_rc = Rect(390, 295, 50, 50);
     lpMarked->Invalidate();
-    tessel_Render(Buffer());
-    EXPECT_EQ(lpMarked->nRendered, 2);
-    EXPECT_EQ(CountPixels(0xFF0000, 0, 0, 400, 300), 20 + 50 - 1);
+    EXPECT_EQ(Render(kUntouched), 400 * 300 - 10 * 5);
+    EXPECT_EQ(PixelAt(390, 295), kDot);
 }
 
-TEST_F(PageTest, PageOfAFrameAtColumn100PaintsThere) {
-    Frame frame(nullptr);
-    frame._rc = Rect(100, 7, 50, 20);
-    frame.SetParent(g_lpMainFrame);
-    Page page(&frame, &frame._rc, &frame._rc, "");
-    page.Relayout();
-    page.Render(Buffer());
-    EXPECT_EQ(CountPixels(0xFFFFFF, 100, 7, 50, 20), 50 * 20);
-    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 400, 300), 400 * 300 - 50 * 20);
-}
-
-TEST_F(PageTest, MissingFileShowsAWhitePageWithoutATitle) {
-    Load("red.htm");
-    EXPECT_EQ(Title(), "red");
-    Load("missing.htm");
-    tessel_Render(Buffer());
-    EXPECT_EQ(CountPixels(0xFFFFFF, 0, 0, 400, 300), 400 * 300);
-    EXPECT_EQ(Title(), "untouched");
-}
-
-// A cancelled document is not shown, whatever it is, and its pictures do not begin. It leaves nothing to the
-// next one.
-TEST_F(PageTest, CancelledDocumentLeavesThePageOnShow) {
-    const struct {
-        int bFrameset, bCancel;
-        const char *lpszTitle;
-        uint32_t dwPictures;
-    } aCases[] = {{0, 0, "blue", 1}, {0, 1, "red", 0}, {1, 1, "red", 0}, {1, 0, "untouched", 1}};
-    for (const auto &c : aCases) {
+// The pictures of a document begin when it has been parsed. One that was cancelled before is not shown, be it a page or
+// a frameset; its pictures do not begin, and it leaves nothing to the next document. One without data is white.
+TEST_F(PageTest, DocumentIsShownUnlessItWasCancelled) {
+    const int aCases[][2] = {{0, 0}, {0, 1}, {1, 1}, {1, 0}};
+    for (const auto &[bFrameset, bCancel] : aCases) {
+        SCOPED_TRACE(bFrameset * 2 + bCancel);
         platform_FetchCounts before, after;
         Load("red.htm");
-        EXPECT_EQ(Title(), "red") << "before " << c.lpszTitle;
+        EXPECT_EQ(Title(), "red");
         platform_GetFetchCounts(&before);
-        g_lpMainFrame->Fetch(new LatePage(c.bFrameset, c.bCancel));
+        Page *lpPage = new Page(g_lpMainFrame, &g_lpMainFrame->_rc, &g_lpMainFrame->_rc, "");
+        Image *lpImage = new Image(lpPage, "missing.bmp", -1, -1);
+        lpPage->AddChild(lpImage);
+        lpPage->AddFetch(lpImage);
+        if (bCancel)
+            lpPage->Cancel();
+        {
+            std::scoped_lock lock(g_lpMainFrame->_hPaintMutex, g_lpMainFrame->_hPageMutex);
+            g_lpMainFrame->_lpFrameset = bFrameset ? new Frameset(g_lpMainFrame) : nullptr;
+            lpPage->OnData();
+        }
         ASSERT_TRUE(WaitForWorkers());
         platform_GetFetchCounts(&after);
-        EXPECT_EQ(Title(), c.lpszTitle);
-        EXPECT_EQ(after.images_failed - before.images_failed, c.dwPictures) << c.lpszTitle;
-        EXPECT_EQ(Workers().CountRetired(), 0);
+        EXPECT_EQ(Title(), bCancel ? "red" : "untouched");
+        EXPECT_EQ(after.images_failed - before.images_failed, bCancel ? 0u : 1u);
     }
+    Load("missing.htm");
+    EXPECT_EQ(Render(0xFFFFFF), 400 * 300);
+    EXPECT_EQ(Title(), "untouched");
 }

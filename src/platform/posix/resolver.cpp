@@ -154,11 +154,18 @@ bool StartAsking(Question *lpQuestion) {
     return bStarted;
 }
 
+// What takes too long counts as unknown, so that nobody waits for it again.
 uint32_t AwaitAnswer(Question *lpQuestion, int (*lpfnGiveUp)(void *), void *lpContext) {
     const uint32_t dwStart = Ticks();
     std::unique_lock lock(lpQuestion->mutex);
     while (!lpQuestion->answered.wait_for(lock, kLook, [=] { return lpQuestion->bDone; })) {
-        if ((lpfnGiveUp && lpfnGiveUp(lpContext)) || Ticks() - dwStart > kPatience)
+        lock.unlock();
+        const bool bLate = Ticks() - dwStart > kPatience;
+        if (bLate)
+            Remember(lpQuestion->szHost, kNoAddress);
+        const bool bGiveUp = bLate || (lpfnGiveUp && lpfnGiveUp(lpContext));
+        lock.lock();
+        if (bGiveUp)
             break;
     }
     return lpQuestion->dwAddress;
