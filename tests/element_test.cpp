@@ -21,7 +21,6 @@ class Probe : public Element {
         : Element(nullptr, bTabStop), _lpLog(lpLog), _cName(cName) {
         _rc = rc;
     }
-    void Render(uint32_t *) override { Note("render"); }
     int OnSetFocus() override { return Note("focus") - 6; }
     int OnKillFocus() override { return Note("blur") - 5; }
     int OnMouseEnter() override { return Note("enter"); }
@@ -57,7 +56,7 @@ class ElementTest : public EngineTest {
     void Restart() {
         _lpRoot = std::make_unique<Element>(nullptr, 0);
         _lpRoot->_rc = Rect(100, 50, 200, 100);
-        _lpRoot->AddChild(_lpA = new Probe(&_strLog, 'a', Rect(0, 0, 20, 20), 1));
+        _lpRoot->AddChild(new Probe(&_strLog, 'a', Rect(0, 0, 20, 20), 1));
         _lpRoot->AddChild(_lpB = new Probe(&_strLog, 'b', Rect(10, 0, 20, 20)));
         _strLog.clear();
     }
@@ -78,7 +77,7 @@ class ElementTest : public EngineTest {
     std::string TakeLog() { return std::exchange(_strLog, ""); }
 
     std::string _strLog;
-    Probe *_lpA, *_lpB;
+    Probe *_lpB;
     std::unique_ptr<Element> _lpRoot;
 };
 
@@ -101,23 +100,6 @@ TEST_F(ElementTest, MouseEventsTakeTheirWay) {
     EXPECT_EQ(Play("M105,55 D105,55 D5,5"), "a enter a M5,5 =0 a leave =1 =1 ");
 }
 
-TEST_F(ElementTest, KeysReachTheFocusedChildAlone) {
-    Restart();
-    const auto Send = [this](int nResult) {
-        for (auto lpfnEvent : {&Element::OnChar, &Element::OnKeyUp, &Element::OnKeyDown,
-                               &Element::OnSysKeyDown, &Element::OnSysKeyUp})
-            EXPECT_EQ((_lpRoot.get()->*lpfnEvent)(65), nResult);
-    };
-    Send(0);
-    EXPECT_EQ(_lpRoot->SetFocus(_lpA), 1);
-    EXPECT_EQ(_lpRoot->SetFocus(_lpA), 0);
-    EXPECT_EQ(_lpRoot->SetFocus(_lpB), 3);
-    Send(7);
-    EXPECT_EQ(TakeLog(), "a focus a blur b focus b char65 b up65 b down65 b sysdown65 b sysup65 ");
-    _lpRoot->Render(Buffer());
-    EXPECT_EQ(TakeLog(), "b render a render ") << "the newest first";
-}
-
 TEST_F(ElementTest, TabRunsThroughTheTabStopsAndWraps) {
     Restart();
     _lpRoot->AddChild(new Probe(&_strLog, 'c', Rect(), 1));
@@ -131,6 +113,11 @@ TEST_F(ElementTest, TabRunsThroughTheTabStopsAndWraps) {
     };
     EXPECT_EQ(Tab("----"), "a focus =1 a blur c focus =3 c blur d focus =3 d blur a focus =3 ");
     EXPECT_EQ(Tab("SS"), "a blur d focus =3 d blur c focus =3 ");
+    EXPECT_EQ(_lpRoot->SetFocus(_lpB), 3);
+    EXPECT_EQ(_lpRoot->OnSysKeyDown(65), 7);
+    EXPECT_EQ(_lpRoot->OnSysKeyUp(65), 7);
+    EXPECT_EQ(TakeLog(), "c blur b focus b sysdown65 b sysup65 ") << "where Tab does not stop";
+    EXPECT_EQ(_lpRoot->SetFocus(_lpB), 0);
     _lpRoot->_lpFocus = nullptr;
     EXPECT_EQ(Tab("S"), "d focus =1 ") << "the very first one";
     for (auto *lpNode = _lpRoot->_lpChildren; lpNode; lpNode = lpNode->lpNext)

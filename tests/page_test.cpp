@@ -41,22 +41,6 @@ class PageTest : public EngineTest {
 
 }  // namespace
 
-TEST_F(PageTest, DirtyRectangleGrowsToHoldAll) {
-    const auto Dirty = [](const Rect &rc, const Rect &rcMore) {
-        ParsedPage page("", 100, 50);
-        EXPECT_EQ(page->_rcDirty, Rect(0, 0, 100, 50)) << "after the layout";
-        page->_rcDirty = Rect();
-        page->AddDirtyRect(rc.x, rc.y, rc.w, rc.h);
-        EXPECT_EQ(page->_rcDirty, rc.IsZero() ? Rect(0, 0, 100, 50) : rc);
-        page->AddDirtyRect(rcMore.x, rcMore.y, rcMore.w, rcMore.h);
-        return page->_rcDirty;
-    };
-    EXPECT_EQ(Dirty({10, 10, 5, 5}, {30, 0, 10, 4}), Rect(10, 0, 30, 15));
-    EXPECT_EQ(Dirty({10, 10, 20, 20}, {12, 12, 2, 2}), Rect(10, 10, 20, 20));
-    EXPECT_EQ(Dirty({200, 5, 5, 5}, {}), Rect(0, 0, 100, 50)) << "four zeros are the whole page";
-    EXPECT_EQ(Dirty({}, {90, 40, 20, 20}), Rect(0, 0, 110, 60));
-}
-
 TEST_F(PageTest, RenderPaintsWhatIsDirtyAndWhatMeetsIt) {
     EXPECT_EQ(Render(0xFF0000), 400 * 300);
     EXPECT_EQ(Render(kUntouched), 400 * 300) << "nothing has changed";
@@ -65,7 +49,8 @@ TEST_F(PageTest, RenderPaintsWhatIsDirtyAndWhatMeetsIt) {
     new Dot(lpPage, {15, 10, 3, 3});  // touches it
     Dot *lpMarked = new Dot(lpPage, {300, 200, 3, 3});
     lpMarked->_bDirty = 1;
-    lpPage->AddDirtyRect(10, 10, 5, 4);
+    lpPage->AddDirtyRect(12, 10, 3, 1);
+    lpPage->AddDirtyRect(10, 11, 4, 3);  // both stand in (10, 10) to (15, 14)
     EXPECT_EQ(Render(kUntouched), 400 * 300 - 5 * 4 - 2);
     EXPECT_EQ(CountPixels(0xFF0000, 10, 10, 5, 4), 5 * 4);
     EXPECT_TRUE(PixelAt(8, 8) == kDot && PixelAt(300, 200) == kDot);

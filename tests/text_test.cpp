@@ -26,7 +26,7 @@ TEST_F(TextTest, RunsAreCutAtSpaces) {
         {"aaaaaaaaaaaa<B>b", 100, "0,0 aaaaaaaaaaaa|0,18 b|"},
         {"aa bbbbbbbbbbbbbb cc", 100, "0,0 aa|0,18 bbbbbbbbbbbbbb|0,36 cc|"},
         {"aaaaaa<B>bbbb", 100, "0,0 aaaaaa|60,0 bbbb|"},
-        {"aaaaaa<B>bbbb c", 100, "0,0 aaaaaa|60,0 bbbb|0,18 c|"},
+        {"aaaaaa<B>bbbb cccc d", 100, "0,0 aaaaaa|60,0 bbbb|0,18 cccc d|"},
         {"aaaaaa<B>bbbbb c", 100, "0,0 aaaaaa|0,18 bbbbb c|"},
         {"aaaaaa<B>bbbbb cc dddd", 100, "0,0 aaaaaa|0,18 bbbbb cc|0,36 dddd|"},
         {"aaaaaa<B>bbbbbbbbbbbbbb c", 100, "0,0 aaaaaa|0,18 bbbbbbbbbbbbbb|0,36 c|"},
