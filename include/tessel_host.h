@@ -39,10 +39,10 @@ TESSEL_API void platform_SetHostServices(const platform_HostServices *services);
 
 /* How far loading has come, since the library was loaded. Each fetch that was begun counts in one of three members. */
 typedef struct platform_FetchCounts {
-    uint32_t pages_running;   /* queued, being fetched, or being parsed */
-    uint32_t pages_loaded;    /* ended with data */
-    uint32_t pages_failed;    /* ended without: missing, refused, cancelled, timed out */
-    uint32_t images_running;  /* the same for pictures */
+    uint32_t pages_running;  /* queued, being fetched, or being parsed */
+    uint32_t pages_loaded;   /* ended with data */
+    uint32_t pages_failed;   /* ended without: missing, refused, cancelled, timed out */
+    uint32_t images_running; /* the same for pictures */
     uint32_t images_loaded;
     uint32_t images_failed;
 } platform_FetchCounts;

@@ -17,11 +17,12 @@ class FocusOutline {
   public:
     FocusOutline(const Page *lpPage, uint32_t *lpBuffer) : _lpPage(lpPage), _lpBuffer(lpBuffer) {}
 
-    // Widths are added up; gaps between the rectangles of a line are not counted.
+    // Widths are added up; gaps between the rectangles of a line are not counted. One that begins higher, in a
+    // later column of a table, counts as far as it reaches down.
     void Add(const Rect &rc) {
         if (_bStarted && rc.y <= _rc.y) {
             _rc.w = AddLengths(_rc.w, rc.w);
-            _rc.h = std::max(_rc.h, rc.h);
+            _rc.h = std::max(_rc.h, rc.y + rc.h - _rc.y);
             return;
         }
         End();

@@ -1,9 +1,13 @@
 #include "image.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 
 #include "frame.h"
 #include "gfx.h"
+#include "hyperlink.h"
+#include "imagehyperlink.h"
 #include "mainframe.h"
 #include "page.h"
 #include "table.h"
@@ -117,13 +121,51 @@ void Image::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHei
 void Image::OnData() {
     if (IsCancelled())
         return;
-    if (!_lpData || !_lpfnDecode || !_lpfnDecode(this, _lpData, _dwLength))
+    if (!Decode())
         LoadResourceBitmap(ICON_BROKEN);
     _bDone = 1;
     if (_lpCell) {
         _lpCell->_nMinWidth = std::max(_lpCell->_nMinWidth, _rc.w);
         _lpCell->_nMinHeight = std::max(_lpCell->_nMinHeight, _rc.h);
     }
+}
+
+// The picture in the size aimed at. With one side given, the other keeps the picture's proportions.
+bool Image::Decode() {
+    if (!_lpData || !_lpfnDecode || !_lpfnDecode(this, _lpData, _dwLength))
+        return false;
+    const int64_t nWidth = _rc.w;
+    const int64_t nHeight = _rc.h;
+    if (_nWantWidth < 0 && _nWantHeight < 0) {
+        _nWantWidth = _rc.w;
+        _nWantHeight = _rc.h;
+    } else if (_nWantWidth < 0) {
+        _nWantWidth = static_cast<int32_t>(std::max<int64_t>(_nWantHeight * nWidth / nHeight, 1));
+    } else if (_nWantHeight < 0) {
+        _nWantHeight = static_cast<int32_t>(std::max<int64_t>(_nWantWidth * nHeight / nWidth, 1));
+    }
+    return (_nWantWidth == _rc.w && _nWantHeight == _rc.h) || Stretch();
+}
+
+// Each pixel is the nearest one of the source, taken as it stands, so that what is transparent stays so. False for a size
+// that is not to be had.
+bool Image::Stretch() {
+    PixelArray target(_nWantWidth, _nWantHeight);
+    const std::unique_ptr<int[]> lpColumns(new (std::nothrow) int[static_cast<size_t>(_nWantWidth)]);
+    if (!target || !lpColumns)
+        return false;
+    const int64_t nWidth = _rc.w;
+    const int64_t nHeight = _rc.h;
+    for (int x = 0; x < _nWantWidth; ++x)
+        lpColumns[static_cast<size_t>(x)] = static_cast<int>(x * nWidth / _nWantWidth);
+    uint32_t *lpTarget = target.Get();
+    for (int y = 0; y < _nWantHeight; ++y) {
+        const uint32_t *lpRow = _lpPixels + y * nHeight / _nWantHeight * nWidth;
+        for (int x = 0; x < _nWantWidth; ++x)
+            *lpTarget++ = lpRow[lpColumns[static_cast<size_t>(x)]];
+    }
+    target.GiveTo(this);
+    return true;
 }
 
 void Image::OnTimeout() {
@@ -146,4 +188,45 @@ void Image::LoadResourceBitmap(uint16_t wId) {
                 *lpPixel++ = IconColor(icon.lpszRows[nRow][nColumn]);
         }
     }
+}
+
+// A picture without a usable SRC is broken from the start, and nothing is fetched.
+int OnTagImg(Page *lpPage, TagEntry *, TagAttributes *lpAttributes, const char **, int *) {
+    char *lpszSrc = nullptr;
+    int nWidth = -1;
+    int nHeight = -1;
+    for (int i = 0; i < lpAttributes->_wCount; ++i) {
+        char *lpszValue = lpAttributes->_aszValues[i];
+        const int nValue = std::min(ParseInt(lpszValue), kMaxAttributeLength);
+        if (lpAttributes->Is(i, "SRC"))
+            lpszSrc = lpszValue;
+        else if (lpAttributes->Is(i, "HEIGHT") && nValue > 0)
+            nHeight = nValue;
+        else if (lpAttributes->Is(i, "WIDTH") && nValue > 0)
+            nWidth = nValue;
+    }
+    Image *lpImage;
+    if (lpPage->_lpCurHyperlink) {
+        lpImage = new ImageHyperlink(lpPage, nullptr, nWidth, nHeight);
+        lpPage->_lpCurHyperlink->AddChild(lpImage);
+    } else {
+        lpImage = new Image(lpPage, nullptr, nWidth, nHeight);
+    }
+    lpImage->_lpfnDecode = lpszSrc ? FindDecoder(lpszSrc) : nullptr;
+    if (!lpImage->_lpfnDecode) {
+        lpImage->_bDone = 1;
+        lpImage->LoadResourceBitmap(ICON_BROKEN);
+    }
+    Line *lpLine = lpPage->_lpLines->lpData;
+    if (TableCell *lpCell = lpLine->_lpCell) {
+        lpCell->_nMinWidth = std::max(lpCell->_nMinWidth, lpImage->_nWantWidth);
+        lpCell->_nRowWidth = AddLengths(lpCell->_nRowWidth, lpImage->_nWantWidth);
+    }
+    lpLine->AddItem(lpImage);
+    lpPage->AddChild(lpImage);
+    if (!lpImage->_bDone && !lpPage->IsCancelled()) {
+        lpImage->_lpszURL = StrDup(lpszSrc);
+        lpPage->AddFetch(lpImage);
+    }
+    return 0;
 }

@@ -3,14 +3,10 @@
 // has come.
 #pragma once
 
+#include "htmlparser.h"
+#include "imagedecoder.h"
 #include "layout.h"
 #include "resource.h"
-
-class Image;
-
-// Turns the bytes of a file into pixels of an Image: sets _lpPixels, and _rc.w and _rc.h to their size.
-// Returns 0 if the bytes are no picture of the kind.
-using ImageDecoder = int (*)(Image *lpImage, const uint8_t *lpData, uint32_t dwLength);
 
 // The bitmap resources.
 enum : uint16_t { ICON_LOADING = 101, ICON_BROKEN = 102 };
@@ -44,5 +40,10 @@ class Image : public PageItem, public Resource {
     void LoadResourceBitmap(uint16_t wId);
 
   private:
+    bool Decode();
+    bool Stretch();
     void RenderPlaceholder(uint32_t *lpBuffer, int w, int h) const;
 };
+
+int OnTagImg(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+             int *lpRemaining);

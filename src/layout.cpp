@@ -109,6 +109,8 @@ void NewLine(Page *lpPage) {
     if (lpPage->_lpAlignStack)
         lpLine->_bAlign = static_cast<uint8_t>(*lpPage->_lpAlignStack->lpData);
     lpLine->_lpTable = lpPage->_lpCurTable;
+    if (lpLine->_lpTable && lpLine->_lpTable->_bAlign)
+        lpLine->_bAlign = lpLine->_lpTable->_bAlign;
     if (lpLine->_lpTable && lpLine->_lpTable->lpllCurCol)
         lpLine->_lpCell = lpLine->_lpTable->lpllCurCol->lpData;
     List_Prepend(lpPage->_lpLines, lpLine);

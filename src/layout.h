@@ -23,7 +23,7 @@ class Line {
     // The table and the column that it stands in, or null. Not owned.
     Table *_lpTable = nullptr;
     TableCell *_lpCell = nullptr;
-    // The nodes are owned, the items are not: they are children of the Page.
+    // Added to by AddItem alone. The nodes are owned, the items are not: they are children of the Page.
     List<PageItem> *_lpItems = nullptr;
 
     Line() = default;

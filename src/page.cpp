@@ -46,7 +46,8 @@ void Page::Render(uint32_t *lpBuffer) {
     }
     if (rcDirty.IsZero())
         return;
-    _szVisible = _lpFrame->VisibleSize();
+    const Size visible = _lpFrame->VisibleSize();
+    _szVisible = {std::min(_rc.w, visible.w), std::min(_rc.h, visible.h)};
     // An item may have marked more than can be seen.
     const int w = std::min(rcDirty.w, _szVisible.w - rcDirty.x);
     const int h = std::min(rcDirty.h, _szVisible.h - rcDirty.y);

@@ -2,8 +2,37 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstring>
 
+#include "layout.h"
 #include "page.h"
+#include "types.h"
+
+namespace {
+
+uint8_t ParseAlign(const char *lpszValue, uint8_t bDefault) {
+    if (StartsWith(lpszValue, "CENTER"))
+        return ALIGN_CENTER;
+    return StartsWith(lpszValue, "RIGHT") ? uint8_t{ALIGN_RIGHT} : bDefault;
+}
+
+// A WIDTH or HEIGHT in pixels, or in per cent of nWhole; 0 for none.
+int ParseLength(const char *lpszValue, int nWhole) {
+    const int nValue = ParseInt(lpszValue);
+    if (nValue <= 0)
+        return 0;
+    const double dLength = strchr(lpszValue, '%') ? nWhole * (nValue / 100.0) : nValue;
+    return static_cast<int>(std::min<double>(dLength, kMaxAttributeLength));
+}
+
+// A cell that nobody has closed ends when the next one, or the next row, begins.
+void EndOpenCell(Page *lpPage) {
+    Table *lpTable = lpPage->_lpCurTable;
+    if (lpTable->lpllCurCol && lpTable->lpllCurCol->lpData == lpPage->_lpLines->lpData->_lpCell)
+        lpTable->EndCell();
+}
+
+}  // namespace
 
 Table::Table(Page *lpPage) : _lpPage(lpPage) {}
 
@@ -33,8 +62,8 @@ void Table::EndCell() {
     lpCell->_nRowWidth = 0;
 }
 
-// Columns keep their widths from pass to pass, so that a pass with the same input changes nothing. They are
-// visited from the last to the first.
+// Columns keep their widths from pass to pass. They are visited from the last to the first. NB: a pass that could not
+// share out all the room, or not take back all that was too much, leaves the rest to the next one.
 void Table::DistributeWidths() {
     int32_t nTotal = 0;
     int nColumns = 0;
@@ -81,4 +110,57 @@ int32_t Table::Grow(int32_t nRoom, int nColumns) {
         --nColumns;
     }
     return nBefore - nRoom;
+}
+
+int OnTagTable(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **, int *) {
+    if (!lpTag->_wClosing) {
+        Table *lpTable = new Table(lpPage);
+        for (int i = 0; i < lpAttributes->_wCount; ++i) {
+            if (lpAttributes->Is(i, "ALIGN"))
+                lpTable->_bAlign = ParseAlign(lpAttributes->_aszValues[i], ALIGN_LEFT);
+        }
+        lpPage->_lpCurTable = lpTable;
+        List_Prepend(lpPage->_lpTables, lpTable);
+    } else if (lpPage->_lpCurTable) {
+        lpPage->_lpCurTable = nullptr;
+        NewLine(lpPage);
+    }
+    return 0;
+}
+
+int OnTagTr(Page *lpPage, TagEntry *lpTag, TagAttributes *, const char **, int *) {
+    if (lpTag->_wClosing || !lpPage->_lpCurTable)
+        return 0;
+    EndOpenCell(lpPage);
+    lpPage->_lpCurTable->StartRow();
+    return 0;
+}
+
+// NB: only the cell that creates a column sets its attributes.
+int OnTagTd(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **, int *) {
+    Table *lpTable = lpPage->_lpCurTable;
+    if (!lpTable)
+        return 0;
+    if (lpTag->_wClosing) {
+        if (lpTable->lpllCurCol)
+            lpTable->EndCell();
+        return 0;
+    }
+    int nWidth = 0;
+    int nHeight = 0;
+    uint8_t bAlign = ALIGN_LEFT;
+    for (int i = 0; i < lpAttributes->_wCount; ++i) {
+        const char *lpszValue = lpAttributes->_aszValues[i];
+        if (lpAttributes->Is(i, "WIDTH"))
+            nWidth = ParseLength(lpszValue, lpPage->_rc.w);
+        else if (lpAttributes->Is(i, "HEIGHT"))
+            nHeight = ParseLength(lpszValue, lpPage->_rc.h);
+        else if (lpAttributes->Is(i, "ALIGN"))
+            bAlign = ParseAlign(lpszValue, bAlign);
+    }
+    EndOpenCell(lpPage);
+    if (!lpTable->lpllCurCol)
+        lpTable->AddColumn(nWidth, nHeight, bAlign);
+    NewLine(lpPage);
+    return 0;
 }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "htmlparser.h"
 #include "list.h"
 
 class Page;
@@ -33,6 +34,8 @@ class Table {
     List<TableCell> *_lpCols = nullptr;
     // Where the parse stands; null before the first column and behind the last.
     List<TableCell> *lpllCurCol = nullptr;
+    // ALIGN of the tag: where it stands, as if a CENTER or its like were around it; 0 leaves that to what is around it.
+    uint8_t _bAlign = 0;
 
     explicit Table(Page *lpPage);
     Table(const Table &) = delete;
@@ -53,3 +56,11 @@ class Table {
     int32_t Shrink(int32_t nExcess, int nColumns);
     int32_t Grow(int32_t nRoom, int nColumns);
 };
+
+int OnTagTable(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+               int *lpRemaining);
+int OnTagTr(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+            int *lpRemaining);
+// TD, and TH, which is the same.
+int OnTagTd(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+            int *lpRemaining);

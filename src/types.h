@@ -32,6 +32,9 @@ inline int32_t AddLengths(int32_t n, int32_t nMore) {
     return n + nMore > kMaxLength ? kMaxLength : n + nMore;
 }
 
+// What an attribute may give as a length at most; pictures are no larger either way.
+inline constexpr int32_t kMaxAttributeLength = 16384;
+
 // A heap copy of a zero-terminated string, to be deleted with delete[]; null for null.
 inline char *StrDup(const char *lpsz) {
     if (!lpsz)

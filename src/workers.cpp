@@ -8,6 +8,9 @@
 
 namespace {
 
+// How long Close sleeps at a time, in milliseconds, unless a worker ends.
+constexpr uint32_t kCloseLook = 100;
+
 // Set for the life of each thread that the library has started.
 thread_local bool t_bOwnThread = false;
 
@@ -72,7 +75,11 @@ void WorkerRegistry::Close() {
         delete lpWorker;
         lock.lock();
     }
-    _changed.wait(lock, [this] { return _nRunning == 0; });
+    while (_nRunning) {
+        lock.unlock();
+        _ended.WaitFor(kCloseLook);
+        lock.lock();
+    }
     lock.unlock();
     Reap();
 }
@@ -130,7 +137,7 @@ bool WorkerRegistry::Continue(Worker *lpWorker) {
     Unlink(_lpRunning, lpWorker);
     --_nRunning;
     Link(_lpEnded, lpWorker);
-    _changed.notify_all();
+    _ended.Set();
     return false;
 }
 

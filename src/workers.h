@@ -10,7 +10,6 @@
 // whole list.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
@@ -87,7 +86,9 @@ class WorkerRegistry {
     int _nRetired = 0;
     bool _bClosing = true;
     platform_FetchCounts _counts = {};
-    std::condition_variable_any _changed;
+    // Set when a worker has ended. No condition variable: one for a recursive mutex has memory of its own, which nobody
+    // would give back.
+    platform::Event _ended;
 };
 
 WorkerRegistry &Workers();

@@ -143,7 +143,11 @@ TEST_F(ElementTest, EventsReachThePageOfAFrameUnlessAWorkerHasIt) {
         lpFrame->SetParent(lpParent);
         lpParent->AddChild(lpFrame);
     }
-    tessel_SetCallback(4, [](int) { ++g_nCallbacks; });
+    tessel_SetCallback(4, [](int) {
+        ++g_nCallbacks;
+        std::recursive_mutex &mutex = g_lpMainFrame->_hPageMutex;
+        std::thread([&] { EXPECT_TRUE(std::unique_lock(mutex, std::try_to_lock).owns_lock()); }).join();
+    });
     EXPECT_EQ(SendAll(), "0") << "there is no Page yet";
     lpFrame->OpenURL("none", 1, METHOD_GET);
     ASSERT_TRUE(WaitForWorkers());

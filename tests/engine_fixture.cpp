@@ -125,13 +125,13 @@ static std::string DumpItem(const Classes &classes, Element *lpElement, const st
     return strDump;
 }
 
-std::string ParsedPage::Dump() {
+std::string ParsedPage::Dump(const Page *lpPage) {
     ParsedPage sample("<A HREF=x>a</A>b", 100);
     const List<Element> *lpSample = sample->_lpChildren;
     const Classes classes{ClassOf(lpSample->lpNext->lpNext->lpData), ClassOf(lpSample->lpNext->lpData),
                           ClassOf(lpSample->lpData)};
     std::string strDump;
-    for (auto *lpNode = List_Tail(_lpPage->_lpChildren); lpNode; lpNode = lpNode->lpPrev)
+    for (auto *lpNode = List_Tail(lpPage->_lpChildren); lpNode; lpNode = lpNode->lpPrev)
         strDump += DumpItem(classes, lpNode->lpData, "");
     return strDump;
 }

@@ -64,7 +64,9 @@ class ParsedPage {
     // One line for each item in document order, "x,y wxh what"; the pieces of a text, indented, instead of
     // its place. What stands behind the size: "text" in quotes, "link" and the text, "anchor" and the URL, or
     // "box".
-    std::string Dump();
+    std::string Dump() { return Dump(_lpPage.get()); }
+    // The same of a page that a Frame shows.
+    static std::string Dump(const Page *lpPage);
 
   private:
     std::unique_ptr<Page> _lpPage;

@@ -10,6 +10,7 @@
 // guards hangs from one pointer and is not destroyed at process exit, when other threads may still run.
 #include "platform/rasterizer.h"
 
+#include <dlfcn.h>
 #include <fontconfig/fontconfig.h>
 #include <ft2build.h>
 #include FT_FREETYPE_H
@@ -527,8 +528,17 @@ Entry &LeastRecentlyUsed(Entry (&aEntries)[nCount]) {
     });
 }
 
+// fontconfig has memory of its own that only a call which ends it for the whole process gives back. So it stays where
+// it is when this library is unloaded: the next load finds that memory again, instead of leaking it each time.
+void KeepFontconfigLoaded() {
+    Dl_info info;
+    if (dladdr(reinterpret_cast<void *>(&FcInitLoadConfigAndFonts), &info) && info.dli_fname)
+        dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
 // A configuration of our own, since that of the process belongs to the host.
 Engine::Engine() {
+    KeepFontconfigLoaded();
     _lpConfig = FcInitLoadConfigAndFonts();
     if (FT_Init_FreeType(&_lpLibrary))
         _lpLibrary = nullptr;

@@ -1,0 +1,28 @@
+#include "bitreader.h"
+
+namespace jpg {
+
+Bits BitReader::FillBytes(Bits bits) {
+    while (!_bStopped && bits._nBitCount <= 56) {
+        uint8_t bByte = _source.Byte();
+        if (bByte == 0xFF) {
+            uint8_t bNext = _source.Byte();
+            while (bNext == 0xFF)
+                bNext = _source.Byte();
+            if (bNext != 0) {
+                _bMarker = bNext;
+                _bStopped = true;
+                break;
+            }
+        }
+        if (_source.Failed()) {
+            _bStopped = true;
+            break;
+        }
+        bits._qwBitBuf |= uint64_t{bByte} << (56 - bits._nBitCount);
+        bits._nBitCount += 8;
+    }
+    return bits;
+}
+
+}  // namespace jpg

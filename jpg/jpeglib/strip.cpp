@@ -1,0 +1,139 @@
+// From samples to pixels. Public source of the colours: ITU T.871, clause 7, here with 16 bits of fraction.
+//
+// Chroma is repeated, not filtered: the pixel in column x takes the sample x * H / Hmax of a component, H being its
+// factor and Hmax the greatest of all, and so it is with rows.
+#include "strip.h"
+
+#include <algorithm>
+
+namespace jpg {
+
+namespace {
+
+// What Cb and Cr add to Y, for each of a row of pixels.
+struct ColorRow {
+    int16_t anRed[Strip::kWidth];
+    int16_t anGreen[Strip::kWidth];
+    int16_t anBlue[Strip::kWidth];
+};
+
+// --- Loops that compilers turn into vector code ---
+
+// The factors are, in 65536ths: Cr to red 91881, Cb to blue 116130, and to green, where both add up, -46802 and
+// -22554. What does not fit into 16 bits is cut into a whole number and a rest: it makes no difference to the
+// result, and products of 16 bits are the fast ones.
+void MakeColors(const uint8_t *lpCb, const uint8_t *lpCr, int nWidth, ColorRow *__restrict lpColors) {
+    constexpr int16_t kRedRest = 91881 - 65536, kBlueRest = 116130 - 2 * 65536, kGreenRest = 65536 - 46802;
+    constexpr int16_t kGreenCb = -22554;
+    constexpr int kHalf = 1 << 15;
+    for (int x = 0; x < nWidth; ++x) {
+        const int16_t nCb = static_cast<int16_t>(lpCb[x] - 128);
+        const int16_t nCr = static_cast<int16_t>(lpCr[x] - 128);
+        const int nGreen = (nCr * kGreenRest + nCb * kGreenCb + kHalf) >> 16;
+        lpColors->anRed[x] = static_cast<int16_t>(nCr + ((nCr * kRedRest + kHalf) >> 16));
+        lpColors->anGreen[x] = static_cast<int16_t>(nGreen - nCr);
+        lpColors->anBlue[x] = static_cast<int16_t>(2 * nCb + ((nCb * kBlueRest + kHalf) >> 16));
+    }
+}
+
+int16_t Clamp(int16_t n) {
+    n = n < 0 ? int16_t{0} : n;
+    return n > 255 ? int16_t{255} : n;
+}
+
+void MakePixels(const uint8_t *lpY, const ColorRow &colors, int nWidth, uint32_t *__restrict lpPixels) {
+    for (int x = 0; x < nWidth; ++x) {
+        const int16_t nRed = Clamp(static_cast<int16_t>(lpY[x] + colors.anRed[x]));
+        const int16_t nGreen = Clamp(static_cast<int16_t>(lpY[x] + colors.anGreen[x]));
+        const int16_t nBlue = Clamp(static_cast<int16_t>(lpY[x] + colors.anBlue[x]));
+        const uint16_t wLow = static_cast<uint16_t>(nBlue | nGreen << 8);
+        lpPixels[x] = wLow | static_cast<uint32_t>(nRed) << 16;
+    }
+}
+
+void MakeGreyPixels(const uint8_t *lpY, int nWidth, uint32_t *__restrict lpPixels) {
+    for (int x = 0; x < nWidth; ++x)
+        lpPixels[x] = lpY[x] * 0x010101u;
+}
+
+// Each of so many samples N times.
+template <int N>
+void Repeat(const uint8_t *lpFrom, int nCount, uint8_t *__restrict lpTo) {
+    for (int x = 0; x < nCount; ++x) {
+        for (int i = 0; i < N; ++i)
+            lpTo[N * x + i] = lpFrom[x];
+    }
+}
+
+}  // namespace
+
+// --- The MCUs ---
+
+Strip::Strip(const JpegState &state, uint32_t *lpPixels)
+    : _state(state), _lpPixels(lpPixels), _nMaxMCUs(kWidth / (kBlock * state._bMaxH)) {}
+
+void Strip::Add() {
+    ++_nMCUs;
+    if (_nMCUs == _nMaxMCUs || _nColumn + _nMCUs == _state._wMCUsPerRow)
+        Flush();
+}
+
+void Strip::Flush() {
+    const int x = _nColumn * kBlock * _state._bMaxH;
+    const int y = _nRow * kBlock * _state._bMaxV;
+    const int nWidth = std::min(_nMCUs * kBlock * _state._bMaxH, _state._wWidth - x);
+    const int nHeight = std::min(kBlock * _state._bMaxV, _state._wHeight - y);
+    uint32_t *lpPixels = _lpPixels + static_cast<size_t>(y) * _state._wWidth + static_cast<size_t>(x);
+    if (nWidth > 0 && _state._bComponents == 1)
+        WriteGrey(nWidth, nHeight, lpPixels);
+    else if (nWidth > 0)
+        WriteColor(nWidth, nHeight, lpPixels);
+    _nColumn += _nMCUs;
+    _nMCUs = 0;
+    if (_nColumn == _state._wMCUsPerRow) {
+        _nColumn = 0;
+        ++_nRow;
+    }
+}
+
+void Strip::WriteGrey(int nWidth, int nHeight, uint32_t *lpPixels) const {
+    for (int y = 0; y < nHeight; ++y, lpPixels += _state._wWidth)
+        MakeGreyPixels(_aMCU[0][y], nWidth, lpPixels);
+}
+
+void Strip::WriteColor(int nWidth, int nHeight, uint32_t *lpPixels) const {
+    Row abY, abCb, abCr;
+    ColorRow colors;
+    for (int y = 0; y < nHeight; ++y, lpPixels += _state._wWidth) {
+        const bool bSameColors =
+            y > 0 && SourceRow(1, y) == SourceRow(1, y - 1) && SourceRow(2, y) == SourceRow(2, y - 1);
+        if (!bSameColors)
+            MakeColors(WideRow(1, y, &abCb), WideRow(2, y, &abCr), nWidth, &colors);
+        MakePixels(WideRow(0, y, &abY), colors, nWidth, lpPixels);
+    }
+}
+
+int Strip::SourceRow(int nComponent, int y) const {
+    return y * _state._aComponents[nComponent]._bV / _state._bMaxV;
+}
+
+// The samples of a component for row y of the pixels, one for each pixel of the complete MCUs.
+const uint8_t *Strip::WideRow(int nComponent, int y, Row *lpBuffer) const {
+    const uint8_t *lpRow = _aMCU[nComponent][SourceRow(nComponent, y)];
+    const int nFactor = _state._aComponents[nComponent]._bH;
+    const int nCount = _nMCUs * kBlock * nFactor;
+    if (nFactor == _state._bMaxH)
+        return lpRow;
+    if (nFactor * 2 == _state._bMaxH) {
+        Repeat<2>(lpRow, nCount, *lpBuffer);
+    } else if (nFactor * 4 == _state._bMaxH) {
+        Repeat<4>(lpRow, nCount, *lpBuffer);
+    } else {
+        const int nWide = _nMCUs * kBlock * _state._bMaxH;
+        for (int x = 0; x < nWide; ++x)
+            (*lpBuffer)[x] = lpRow[x * nFactor / _state._bMaxH];
+    }
+    return *lpBuffer;
+}
+
+}  // namespace jpg
