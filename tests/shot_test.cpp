@@ -144,6 +144,8 @@ TEST_F(ShotTest, HelpFitsAScreenAndNamesEveryOptionAndExitCode) {
 
 TEST_F(ShotTest, WhatHappenedShowsInTheExitCodeAndTheMessages) {
     WriteLongPage();
+    Write("pictures.html", "<IMG SRC=dot.tga><IMG SRC=none.tga>");
+    Write("dot.tga", {"\0\0\2\0\0\0\0\0\0\0\0\0\1\0\1\0\20\0\xFF\x7F", 20});
     const struct {
         const char *line;
         int code;
@@ -151,6 +153,7 @@ TEST_F(ShotTest, WhatHappenedShowsInTheExitCodeAndTheMessages) {
     } kCases[] = {
         {"shot blue.html", 0, "wrote to page.png"},
         {"shot file://blue.html", 0, "pages 1 of 1"},
+        {"shot pictures.html", 0, "pictures 1 of 2"},
         {"shot none.html", 2, "did not come: none.html"},
         {"shot fifo", 2, "did not come: fifo"},
         {"shot out", 2, "did not come: out"},
