@@ -93,6 +93,11 @@ class FrameTest : public EngineTest {
         EXPECT_TRUE(g_lpMainFrame->ArmRefresh(lpPage, lpRefresh));
         return lpRefresh;
     }
+    // One that was asked for before would be remembered.
+    const char *NewSlowURL() {
+        static int s_nURLs;
+        return (_strSlowURL = "slow" + std::to_string(++s_nURLs) + "/x").c_str();
+    }
     // While the name service is being asked, neither an event nor the end of the library waits for it.
     void ExpectSwiftEnd() {
         ASSERT_TRUE(g_asked.WaitFor(20000));
@@ -104,6 +109,7 @@ class FrameTest : public EngineTest {
     }
 
     FetchTurn::Waiter _waiter;
+    std::string _strSlowURL;
 };
 
 TEST_F(FrameTest, UrlsAreSplit) {
@@ -246,13 +252,13 @@ TEST_F(FrameTest, FramesInFramesEnd) {
 }
 
 TEST_F(FrameTest, FrameWithASlowNameDoesNotHoldTheHost) {
-    Divide(g_lpMainFrame, kCols, {400}, {"slow1/x"}, false);
+    Divide(g_lpMainFrame, kCols, {400}, {NewSlowURL()}, false);
     ExpectSwiftEnd();
 }
 
 TEST_F(FrameTest, RefreshWithASlowNameDoesNotHoldTheHost) {
     Load("A");
-    Arm("slow2/x");
+    Arm(NewSlowURL());
     g_dwNow += 5000;
     ExpectSwiftEnd();
 }

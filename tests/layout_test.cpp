@@ -133,7 +133,7 @@ TEST_F(LayoutTest, LaterColumnsOfATableHaveTheirOwnWays) {
     CheckPlaces<400>({
         // A box compares the absolute position of the pen with the width of its column; a text does not.
         {"[TABLE][TD 100]a[/TD][TD 100][30x10][30x20][/TD][TR][TD]b", "0,0 100,0 100,10 0,30 "},
-        {"[TABLE][TD 100]a[/TD][TD 100]bbbb<B>cccc", "0,0 100,0 140,0 "},
+        {"[TABLE][TD 100]a[/TD][TD 100]bbbb<B>cccc<BR>[/TD][TD]d", "0,0 100,0 140,0 300,0 "},
         // A break in the first column opens a row, in another it moves on.
         {"[TABLE][TD 100]a<BR>b[/TD][TD]c[/TD][TR][TD]d", "0,0 0,18 100,18 0,36 "},
         {"[TABLE][TD 100]a[/TD][TD 90]b<BR>c[/TD][TR][TD]d", "0,0 100,0 190,0 0,18 "},

@@ -86,7 +86,7 @@ class BitReader {
     Bits FillBytes(Bits bits);
 
     ByteReader _source;
-    uint8_t _bMarker = 0;     // met, and not yet taken
+    uint8_t _bMarker = 0;    // met, and not yet taken
     bool _bStopped = false;  // at the marker or at the end
 };
 

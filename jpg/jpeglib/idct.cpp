@@ -124,8 +124,8 @@ void Store(const Number *lpNumbers, uint8_t *lpSamples, int nPitch) {
 
 // Coefficients are 0 but for the first kSide rows and columns. False if the numbers become too large.
 template <int kSide>
-[[gnu::always_inline]] inline bool SmallIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples,
-                                             int nPitch) {
+[[gnu::always_inline]] inline bool SmallIDCT(const uint16_t *lpQuant, const int16_t *lpCoef,
+                                             uint8_t *lpSamples, int nPitch) {
     int16_t anNumbers[64], anWork[64];
     uint32_t dwSpread = 0;
     int16_t nQuants = 0;

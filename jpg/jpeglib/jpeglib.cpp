@@ -321,8 +321,8 @@ int jpg_GetDimensions(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, u
     return 1;
 }
 
-int jpg_JPGToRGB(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, uint32_t *lpHeight, uint32_t **lppDest,
-                 int bAllocate) {
+int jpg_JPGToRGB(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, uint32_t *lpHeight,
+                 uint32_t **lppDest, int bAllocate) {
     if (!IsGiven(lpSource, "Cannot pass NULL source buffer to jpg_JPGToRGB") ||
         !IsGiven(nLength > 0, "Cannot pass <= 0 source buflen to jpg_JPGToRGB") ||
         !IsGiven(lpWidth, "Cannot pass NULL source width  to jpg_JPGToRGB") ||
@@ -346,7 +346,7 @@ int jpg_JPGToRGB(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, uint32
             return 0;
         if (!DecodeScan(&state, reader, *lppDest)) {
             if (bAllocate)
-                delete[] *lppDest;
+                delete[] * lppDest;
             return 0;
         }
     }

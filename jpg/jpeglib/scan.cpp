@@ -25,7 +25,8 @@ constexpr int kMostValueBits = 16;
 // --- A block ---
 
 // What the next code is, with enough bits in hand for all that belongs to it. The code is not yet dropped.
-[[gnu::always_inline]] inline LookUp NextCode(const HuffDecodeTable &table, BitReader *lpReader, Bits *lpBits) {
+[[gnu::always_inline]] inline LookUp NextCode(const HuffDecodeTable &table, BitReader *lpReader,
+                                              Bits *lpBits) {
     if (lpBits->_nBitCount < BitReader::kEnough)
         *lpBits = lpReader->Fill(*lpBits);
     const LookUp look = table._aLookUp[lpBits->Peek(kLookBits)];
@@ -33,8 +34,8 @@ constexpr int kMostValueBits = 16;
 }
 
 // The difference to the first coefficient of the block before. False for one of more bits than there are.
-[[gnu::always_inline]] inline bool ReadDifference(const HuffDecodeTable &table, BitReader *lpReader, Bits *lpBits,
-                                                  int32_t *lpnDifference) {
+[[gnu::always_inline]] inline bool ReadDifference(const HuffDecodeTable &table, BitReader *lpReader,
+                                                  Bits *lpBits, int32_t *lpnDifference) {
     const LookUp look = NextCode(table, lpReader, lpBits);
     lpBits->Drop(look.bLength);
     *lpnDifference = look.nValue;
