@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "cache.h"
 #include "frame.h"
+#include "http.h"
 #include "mainframe.h"
 #include "platform/clock.h"
 #include "platform/file.h"
@@ -43,8 +45,25 @@ void FetchLocalFile(Resource *lpResource) {
         platform::ReadWholeFile(lpResource->_lpszPath, &lpResource->_lpData, &lpResource->_dwLength);
 }
 
+// A picture without a query may come from the cache, and is stored there; a document never is.
+void FetchFromHost(Resource *lpResource) {
+    char szCachePath[kCacheNameSize] = "";
+    if (!lpResource->IsDocument() && !lpResource->_lpszQuery) {
+        MakeCachePath(szCachePath, lpResource->_lpszPath);
+        if (CacheRead(szCachePath, lpResource)) {
+            CacheTouch(szCachePath);
+            return;
+        }
+    }
+    HttpFetch(lpResource, szCachePath);
+}
+
+// The limit counts from the start of a Resource: while its URL is taken apart it has no worker, and no limit. After
+// that its worker is the one who asks, so that _lpWorker can be read without the registry's lock.
 int IsGivenUp(void *lpContext) {
-    return Workers().IsUnwanted(static_cast<const Resource *>(lpContext));
+    const Resource *lpResource = static_cast<const Resource *>(lpContext);
+    return Workers().IsUnwanted(lpResource) ||
+           (lpResource->_lpWorker && platform::Ticks() - lpResource->_dwStart > kFetchLimit);
 }
 
 }  // namespace
@@ -99,11 +118,12 @@ void FetchTurn::Remove(Waiter *lpWaiter) {
     (lpWaiter->lpNext ? lpWaiter->lpNext->lpPrev : _lpLast) = lpWaiter->lpPrev;
 }
 
-// A Resource with a host has no source yet: it ends without data, as one does whose host cannot be reached.
 void FetchWorker(Resource *lpResource, FetchTurn::Waiter *lpWaiter) {
     if (!WaitForTurn(lpResource, lpWaiter))
         return;
-    if (!lpResource->_lpszHost)
+    if (lpResource->_lpszHost)
+        FetchFromHost(lpResource);
+    else
         FetchLocalFile(lpResource);
     g_lpMainFrame->_hFetchMutex.Release();
     lpResource->_lpFrame->OnResourceDone(lpResource);

@@ -12,6 +12,7 @@
 #include <new>
 #include <thread>
 
+#include "cache.h"
 #include "gfx.h"
 #include "mainframe.h"
 #include "platform/clock.h"
@@ -100,6 +101,15 @@ void OnTick(uint32_t) {
     g_lpMainFrame->OnTimer(platform::Ticks());
 }
 
+// Nobody fetches yet, but the turn is what guards the cache.
+void PurgeCache(MainFrame *lpFrame) {
+    FetchTurn::Waiter waiter;
+    if (!lpFrame->_hFetchMutex.WaitFor(&waiter, 0))
+        return;
+    CachePurge();
+    lpFrame->_hFetchMutex.Release();
+}
+
 using MouseEvent = int (Element::*)(uint16_t, uint16_t);
 using KeyEvent = int (Element::*)(int);
 
@@ -142,6 +152,7 @@ int tessel_Init(void *window, int width, int height) {
     lpFrame->_rc.w = width;
     lpFrame->_rc.h = height;
     g_nBufferWidth = static_cast<uint32_t>(width);
+    PurgeCache(lpFrame);
     // Without a thread for the timer no page refreshes itself; everything else works.
     State().timer.Start(kTimerPeriod, OnTick);
     State().bRunning = true;

@@ -1,5 +1,5 @@
-// The pixel routines, drawn on a small sheet and compared with pictures of it: rows with '/' between them, '.' for a pixel
-// that was not written, any other character for one that has this character as its colour.
+// The pixel routines, drawn on a small sheet and compared with pictures of it: rows with '/' between them, '.' for a
+// pixel that was not written, any other character for one that has this character as its colour.
 #include "gfx.h"
 
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 
 namespace {
 
-// Draws something of w by h pixels at an origin with 4 columns and rows of guard. What is not in the first w columns and
-// h rows from there on shows as an error.
+// Draws something of w by h pixels at an origin with 4 columns and rows of guard. What is not in the first w columns
+// and h rows from there on shows as an error.
 template <class Draw>
 std::string Drawn(Draw draw, int w, int h) {
     constexpr int kSize = 20, kGuard = 4;

@@ -1,0 +1,212 @@
+#include "http.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "cache.h"
+#include "fetch.h"
+#include "htmlparser.h"
+#include "platform/clock.h"
+#include "platform/resolver.h"
+#include "resource.h"
+
+platform::SocketHandle g_hSocket = platform::kNoSocket;
+
+namespace {
+
+// A body that fits the buffer fits the cache.
+static_assert(kMaxResponse <= kMaxCachedBody);
+
+struct TypeWord {
+    const char *lpszWord;
+    uint16_t wBit;
+};
+
+constexpr TypeWord kClasses[] = {{"text", ACCEPT_TEXT},
+                                 {"image", ACCEPT_IMAGE},
+                                 {"audio", ACCEPT_AUDIO},
+                                 {"video", ACCEPT_VIDEO},
+                                 {"application", ACCEPT_APPLICATION}};
+constexpr TypeWord kSubtypes[] = {{"html", ACCEPT_HTML}, {"plain", ACCEPT_PLAIN}};
+
+template <size_t nCount>
+uint16_t FindType(const TypeWord (&aWords)[nCount], std::string_view word) {
+    for (const TypeWord &row : aWords) {
+        if (word == row.lpszWord)
+            return row.wBit;
+    }
+    return 0;
+}
+
+// What every wait of an exchange asks.
+int IsOver(void *lpContext) {
+    const Resource *lpResource = static_cast<const Resource *>(lpContext);
+    return lpResource->IsCancelled() || platform::Ticks() - lpResource->_dwStart > kFetchLimit;
+}
+
+void *Context(const Resource *lpResource) {
+    return const_cast<Resource *>(lpResource);
+}
+
+// One line break in what a page has written, and it could write headers of its own.
+bool HasLineBreak(const char *lpsz) {
+    return strpbrk(lpsz, "\r\n") != nullptr;
+}
+
+// The bytes to send; empty if they would be no request, or too long a one. The text of a POST is its body and
+// may be anything.
+std::string BuildRequest(const Resource *lpResource) {
+    const bool bGet = lpResource->_wMethod == METHOD_GET;
+    const char *lpszQuery = lpResource->_lpszQuery;
+    std::string strRequest = bGet ? "GET /" : "POST /";
+    if (lpResource->_lpszPath)
+        strRequest += lpResource->_lpszPath;
+    if (bGet && lpszQuery)
+        strRequest.append("?").append(lpszQuery);
+    strRequest += " HTTP/1.0";
+    if (strRequest.size() > kMaxRequestLine || HasLineBreak(strRequest.c_str()) ||
+        HasLineBreak(lpResource->_lpszHost))
+        return {};
+    strRequest += "\r\n";
+    if (bGet)
+        strRequest.append("Host: ").append(lpResource->_lpszHost).append("\r\n");
+    strRequest += "\r\n";
+    if (!bGet && lpszQuery)
+        strRequest += lpszQuery;
+    return strRequest;
+}
+
+// One byte of the type mask against one of the type; zero on either side asks for nothing.
+bool Matches(int nAccepted, int nType) {
+    return !nAccepted || !nType || (nAccepted & nType);
+}
+
+bool IsAccepted(const Resource *lpResource, const HttpInfo &info) {
+    const int nAccept = lpResource->_wAccept;
+    return (info._dwStatus == 200 || lpResource->IsDocument()) &&
+           Matches(nAccept & 0xFF00, info._wContentType & 0xFF00) &&
+           Matches(nAccept & 0x00FF, info._wContentType & 0x00FF);
+}
+
+// Reads the response, and gives the Resource its body if that is what it asked for.
+void TakeResponse(Resource *lpResource, const char *lpszCachePath) {
+    const std::unique_ptr<char[]> lpBuffer(new (std::nothrow) char[kMaxResponse + 1]);
+    int nSize = kMaxResponse;
+    if (!lpBuffer || !HttpReceive(lpResource, lpBuffer.get(), &nSize) || nSize == 0)
+        return;
+    HttpInfo info;
+    ParseResponse(lpBuffer.get(), &info);
+    if (!IsAccepted(lpResource, info))
+        return;
+    lpResource->_dwLength = static_cast<uint32_t>(nSize) - info._dwBodyOffset;
+    lpResource->_lpData = new uint8_t[lpResource->_dwLength];
+    memcpy(lpResource->_lpData, lpBuffer.get() + info._dwBodyOffset, lpResource->_dwLength);
+    if (lpszCachePath && *lpszCachePath)
+        CacheWrite(lpszCachePath, lpResource->_lpData, lpResource->_dwLength, nullptr, lpResource->_lpszURL);
+}
+
+}  // namespace
+
+void HttpFetch(Resource *lpResource, const char *lpszCachePath) {
+    const std::string strRequest = BuildRequest(lpResource);
+    if (strRequest.empty())
+        return;
+    const uint32_t dwAddress = ResolveHost(lpResource->_lpszHost, lpResource);
+    if (dwAddress == platform::kNoAddress)
+        return;
+    g_hSocket = platform::OpenSocket();
+    if (platform::ConnectSocket(g_hSocket, dwAddress, kHttpPort, IsOver, lpResource) &&
+        HttpSend(lpResource, strRequest.c_str()))
+        TakeResponse(lpResource, lpszCachePath);
+    platform::CloseSocket(g_hSocket);
+    g_hSocket = platform::kNoSocket;
+}
+
+int HttpSend(const Resource *lpResource, const char *lpszRequest) {
+    size_t nLeft = strlen(lpszRequest);
+    while (nLeft > 0) {
+        const int nPart = static_cast<int>(std::min<size_t>(nLeft, INT_MAX));
+        const int nSent = platform::SendSocket(g_hSocket, lpszRequest, nPart, IsOver, Context(lpResource));
+        if (nSent < 0)
+            return 0;
+        lpszRequest += nSent;
+        nLeft -= static_cast<size_t>(nSent);
+    }
+    return 1;
+}
+
+// What arrives too late, or for a Resource that nobody wants any more, is not taken, even if it is the last
+// piece.
+int HttpReceive(const Resource *lpResource, char *lpBuffer, int *lpnSize) {
+    int nLeft = *lpnSize;
+    int nGot;
+    do {
+        nGot = platform::ReceiveSocket(g_hSocket, lpBuffer, nLeft, IsOver, Context(lpResource));
+        if (nGot < 0 || IsOver(Context(lpResource)))
+            return 0;
+        lpBuffer += nGot;
+        nLeft -= nGot;
+    } while (nGot > 0 && nLeft > 0);
+    *lpBuffer = '\0';
+    *lpnSize -= nLeft;
+    return 1;
+}
+
+void ParseResponse(char *lpBuffer, HttpInfo *lpInfo) {
+    if (!StartsWith(lpBuffer, "HTTP/"))
+        return;
+    char *lpEnd = strstr(lpBuffer, "\r\n\r\n");
+    if (!lpEnd)
+        return;
+    lpInfo->_dwBodyOffset = static_cast<uint32_t>(lpEnd - lpBuffer) + 4;
+    *lpEnd = '\0';
+    for (char *lpc = lpBuffer; *lpc; ++lpc) {
+        if (*lpc >= 'A' && *lpc <= 'Z')
+            *lpc = static_cast<char>(*lpc + ('a' - 'A'));
+    }
+    ParseStatusCode(lpBuffer, &lpInfo->_dwStatus);
+    ParseContentType(lpBuffer, &lpInfo->_wContentType);
+}
+
+// The two blanks may be anywhere in the head.
+void ParseStatusCode(const char *lpszHead, int32_t *lpnStatus) {
+    const char *lpFirst = strchr(lpszHead, ' ');
+    const char *lpSecond = lpFirst ? strchr(lpFirst + 1, ' ') : nullptr;
+    *lpnStatus = lpSecond ? ParseInt(std::string(lpFirst + 1, lpSecond).c_str()) : 0;
+}
+
+int GetHeaderValue(const char *lpszHead, const char *lpszName, char (&szValue)[kHeaderValueSize]) {
+    szValue[0] = '\0';
+    const char *lpFound = strstr(lpszHead, lpszName);
+    if (!lpFound)
+        return 1;
+    const char *lpValue = lpFound + strlen(lpszName);
+    // Whatever stands behind the name is passed over, but for the end of the head.
+    if (*lpValue)
+        ++lpValue;
+    const size_t nLength = strcspn(lpValue, " \r\n");
+    if (nLength >= sizeof szValue)
+        return 0;
+    memcpy(szValue, lpValue, nLength);
+    szValue[nLength] = '\0';
+    return 1;
+}
+
+// A value that is too long is an unknown type. So is one with parameters, as far as its subtype goes, since
+// the semicolon stays.
+void ParseContentType(const char *lpszHead, uint16_t *lpwType) {
+    char szValue[kHeaderValueSize];
+    const int bFits = GetHeaderValue(lpszHead, "content-type:", szValue);
+    if (bFits && !*szValue)
+        return;
+    const std::string_view value(szValue);
+    const size_t nSlash = value.find('/');
+    *lpwType = FindType(kClasses, value.substr(0, nSlash));
+    if (nSlash != std::string_view::npos)
+        *lpwType = static_cast<uint16_t>(*lpwType | FindType(kSubtypes, value.substr(nSlash + 1)));
+}

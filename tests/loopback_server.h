@@ -1,0 +1,47 @@
+// A server on the loopback device, for tests of what the library says to servers and makes of their answers.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+
+// A socket on port 80 of a loopback address that is free, for tests run side by side. Call it first before
+// the process has threads: where port 80 is not for everybody, the process moves to a network of its own.
+int BindLoopback(std::string *lpstrAddress);
+
+// What a server sends once the head of a request is in, and how it ends the connection. kLeave: without reading
+// the rest of the request. kHold: not at all; nor does it read any further.
+enum End { kClose, kReset, kLeave, kHold };
+struct Reply {
+    std::string strBytes;
+    End end = kClose;
+    size_t nPiece = 1 << 30;  // the bytes go in pieces of that size, a millisecond apart
+};
+
+// Has an address of its own, and serves one connection after the other.
+class LoopbackServer {
+  public:
+    LoopbackServer();
+    ~LoopbackServer();
+    void Prescribe(const Reply &reply);
+    // Waits for the end of a connection, for 20 seconds at most; everything that came on it.
+    std::string TakeRequest();
+
+    std::string strAddress;
+    std::atomic<int> nAccepted{0};
+
+  private:
+    bool Wait(int hSocket, short nEvents);
+    void Run();
+    void Read(int hPeer, const char *lpszUntil, std::string *lpstr);
+    std::string Serve(int hPeer);
+
+    int _hListener;
+    std::mutex _mutex;
+    Reply _reply;
+    std::deque<std::string> _requests;
+    std::atomic<bool> _bStop{false};
+    std::thread _thread;
+};

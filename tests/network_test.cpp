@@ -1,0 +1,128 @@
+// Pages and pictures over the network: the whole library with a server before
+// it.
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "engine_fixture.h"
+#include "loopback_server.h"
+#include "resource.h"
+#include "tessel.h"
+#include "workers.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr char kNone[] = "(nothing)";
+const std::string kOk = "HTTP/1.0 200 OK\r\n\r\n";
+
+class Picture : public Resource {
+  public:
+    Picture(Page *lpPage, const std::string &strURL)
+        : Resource(g_lpMainFrame, strURL.c_str(), ACCEPT_TEXT | ACCEPT_IMAGE, METHOD_GET) {
+        _lpHolder = lpPage;
+    }
+    void OnData() override {}
+    void OnTimeout() override {}
+    void OnCancelled() override {}
+};
+
+class NetworkTest : public EngineTest {
+  protected:
+    std::string Url(const std::string &strPath) { return "http://" + server.strAddress + "/" + strPath; }
+    // What the library makes of the URL of a picture.
+    std::string GetPicture(const std::string &strURL) {
+        ParsedPage page("", 10);
+        Picture picture(page.Get(), strURL);
+        g_lpMainFrame->Fetch(&picture);
+        EXPECT_TRUE(WaitForWorkers());
+        return picture._lpData ? std::string(reinterpret_cast<char *>(picture._lpData), picture._dwLength)
+                               : kNone;
+    }
+    std::string Title() {
+        char szTitle[TESSEL_TITLE_SIZE] = "(no title)";
+        tessel_GetTitle(szTitle);
+        return szTitle;
+    }
+    // The method and the path of the next request.
+    std::string TakePath() {
+        const std::string strRequest = server.TakeRequest();
+        return strRequest.substr(0, strRequest.find(" HTTP/1.0\r\n"));
+    }
+    LoopbackServer server;
+};
+
+}  // namespace
+
+TEST_F(NetworkTest, PageComesFromItsHostAndSoDoItsRelativeLinks) {
+    server.Prescribe(
+        {"HTTP/1.0 404 Not Found\r\nContent-Type: "
+         "text/html\r\n\r\n<TITLE>first</TITLE>"});
+    Load(Url("dir/a.htm?q=1"));
+    EXPECT_EQ(TakePath(), "GET /dir/a.htm?q=1");
+    EXPECT_EQ(Title(), "first");
+    EXPECT_EQ(g_lpMainFrame->_szBaseHost, server.strAddress);
+    server.Prescribe({"<TITLE>second</TITLE>"});
+    Load("b.htm");
+    EXPECT_EQ(TakePath(), "GET /b.htm");
+    EXPECT_EQ(Title(), "second");
+    Load(server.strAddress + "/c.htm");
+    EXPECT_EQ(TakePath(), "GET /c.htm");
+    g_lpMainFrame->OpenURL(Url("form?a=1&b=2").c_str(), 1, METHOD_POST);
+    EXPECT_EQ(server.TakeRequest(), "POST /form HTTP/1.0\r\n\r\na=1&b=2");
+    ASSERT_TRUE(WaitForWorkers());
+    // Behind a local file there is no host to resolve against.
+    Load(WriteFile("local.htm", "<TITLE>local</TITLE>"));
+    EXPECT_EQ(Title(), "local");
+    Load("b.htm");
+    EXPECT_EQ(server.nAccepted, 4);
+    EXPECT_EQ(Title(), "(no title)") << "an empty page replaces the one on show";
+}
+
+TEST_F(NetworkTest, PicturesAreKeptInTheCache) {
+    server.Prescribe({kOk + "served"});
+    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "served");
+    const auto old = fs::file_time_type::clock::now() - std::chrono::hours(100);
+    fs::last_write_time("cache/A.BMP", old);
+    server.Prescribe({kOk + "new"});
+    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "served");
+    EXPECT_EQ(server.nAccepted, 1) << "without asking the server";
+    EXPECT_GT(fs::last_write_time("cache/A.BMP"), old + std::chrono::hours(99))
+        << "a hit makes the file young";
+    EXPECT_EQ(GetPicture(Url("img/a.bmp?q")), "new") << "a query passes the cache by";
+    EXPECT_EQ(GetPicture(Url("b.bmp?q")), "new");
+    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "served");
+    EXPECT_EQ(GetPicture(Url("x/a.bmp")), "new") << "the same name under another URL";
+    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "new");
+    EXPECT_EQ(GetPicture(Url("img/")), "new") << "a name that is none";
+    server.Prescribe({"HTTP/1.0 404 Not Found\r\n\r\nb"});
+    EXPECT_EQ(GetPicture(Url("c.bmp")), kNone);
+    server.Prescribe({kOk + "<TITLE>page</TITLE>"});
+    Load(Url("img/a.bmp"));
+    EXPECT_EQ(Title(), "page") << "a page never comes from the cache";
+    EXPECT_EQ(std::distance(fs::directory_iterator("cache"), fs::directory_iterator()), 1);
+}
+
+TEST_F(NetworkTest, SilentServerHoldsNobodyUp) {
+    server.Prescribe({kOk + "<TITLE>page</TITLE>"});
+    Load(Url("a.htm"));
+    server.Prescribe({"", kHold});
+    for (int nAccepted = 2; nAccepted <= 3; ++nAccepted) {
+        tessel_OpenURL(Url("b.htm").c_str());
+        for (int i = 0; i < 20000 && server.nAccepted < nAccepted; ++i)
+            std::this_thread::sleep_for(milliseconds(1));
+        EXPECT_EQ(Workers().CountWorkers(), 1);
+        const auto start = Clock::now();
+        if (nAccepted == 2) {
+            tessel_OnCancel();
+            EXPECT_TRUE(WaitForWorkers());
+            EXPECT_EQ(Title(), "page") << "the old page stays";
+        } else {
+            tessel_ShutDown();
+        }
+        EXPECT_LT(Clock::now() - start, milliseconds(1000));
+    }
+}
