@@ -33,6 +33,12 @@ extern "C" int getaddrinfo(const char *lpszName, const char *lpszService, const 
     return EAI_NONAME;
 }
 
+// A name that was asked for before would be remembered.
+static std::string NewSlowURL() {
+    static int s_nURLs;
+    return "slow" + std::to_string(++s_nURLs) + "/x";
+}
+
 using Sizes = std::vector<int>;
 using Sources = std::vector<const char *>;
 constexpr bool kCols = true, kRows = false;
@@ -93,11 +99,6 @@ class FrameTest : public EngineTest {
         EXPECT_TRUE(g_lpMainFrame->ArmRefresh(lpPage, lpRefresh));
         return lpRefresh;
     }
-    // One that was asked for before would be remembered.
-    const char *NewSlowURL() {
-        static int s_nURLs;
-        return (_strSlowURL = "slow" + std::to_string(++s_nURLs) + "/x").c_str();
-    }
     // While the name service is being asked, neither an event nor the end of the library waits for it.
     void ExpectSwiftEnd() {
         ASSERT_TRUE(g_asked.WaitFor(20000));
@@ -109,15 +110,17 @@ class FrameTest : public EngineTest {
     }
 
     FetchTurn::Waiter _waiter;
-    std::string _strSlowURL;
 };
 
+// Nobody gets a turn to fetch meanwhile, so that nothing is asked of the hosts.
 TEST_F(FrameTest, UrlsAreSplit) {
     ParsedPage page("", 10);
+    HoldTurn();
     const auto Split = [&](const std::string &strURL, const char *lpszBase = "") {
         g_lpMainFrame->SetBaseHost(lpszBase);
         Image picture(page.Get(), strURL.c_str(), 1, 1);
         g_lpMainFrame->Fetch(&picture);
+        picture.Cancel();
         EXPECT_TRUE(WaitForWorkers());
         std::string strParts;
         for (const char *lpszPart : {picture._lpszHost, picture._lpszPath, picture._lpszQuery})
@@ -140,6 +143,7 @@ TEST_F(FrameTest, UrlsAreSplit) {
     EXPECT_EQ(Split("http://" + strLongest + "/p"), "[" + strLongest + "][p]-");
     EXPECT_EQ(Split("http://h" + strLongest + "/p"), "---");
     g_lpMainFrame->Fetch(nullptr);
+    ReleaseTurn();
 }
 
 TEST_F(FrameTest, HistoryIsAListAndACursor) {
@@ -252,13 +256,13 @@ TEST_F(FrameTest, FramesInFramesEnd) {
 }
 
 TEST_F(FrameTest, FrameWithASlowNameDoesNotHoldTheHost) {
-    Divide(g_lpMainFrame, kCols, {400}, {NewSlowURL()}, false);
+    Divide(g_lpMainFrame, kCols, {400}, {NewSlowURL().c_str()}, false);
     ExpectSwiftEnd();
 }
 
 TEST_F(FrameTest, RefreshWithASlowNameDoesNotHoldTheHost) {
     Load("A");
-    Arm(NewSlowURL());
+    Arm(NewSlowURL().c_str());
     g_dwNow += 5000;
     ExpectSwiftEnd();
 }

@@ -1,8 +1,8 @@
 // The bits of a scan: bytes with the stuffed zeros taken out, up to a marker or the end of the file.
 //
-// Behind the last bit there are zeros without end, and the count of the bits in hand falls below zero as they are
-// used. So nobody has to ask for each bit whether it is there: whoever has decoded something looks at the count
-// once, and if it is negative, what was decoded is worth nothing.
+// Behind the last bit there are zeros without end, and the count of the bits in hand falls below zero as they
+// are used. So nobody has to ask for each bit whether it is there: whoever has decoded something looks at the
+// count once, and if it is negative, what was decoded is worth nothing.
 #pragma once
 
 #include "bytereader.h"
@@ -25,8 +25,8 @@ struct Bits {
         _nBitCount -= n;
     }
 
-    // Reads n bits, 1 to 16, as T.81 writes the values of n bits (F.2.2.1, EXTEND): those without the top bit set
-    // are the negative ones.
+    // Reads n bits, 1 to 16, as T.81 writes the values of n bits (F.2.2.1, EXTEND): those without the top bit
+    // set are the negative ones.
     int32_t Extend(int n) {
         const int32_t nBits = static_cast<int32_t>(Peek(n));
         const int32_t nNegative = ~static_cast<int32_t>(static_cast<int64_t>(_qwBitBuf) >> 63);
@@ -58,9 +58,6 @@ class BitReader {
         return bits;
     }
 
-    // For when no more bits are to be had. The marker in their way, or 0 if the file is at its end.
-    uint8_t MarkerAhead() const { return _bMarker; }
-
     // Whether nothing is left before the marker but the ones that fill up the last byte.
     bool IsAtPadding() {
         _bits = FillBytes(_bits);
@@ -69,8 +66,8 @@ class BitReader {
         return _bits._nBitCount <= 0 || ~_bits._qwBitBuf >> (64 - _bits._nBitCount) == 0;
     }
 
-    // Drops the bits in hand and goes on behind the next marker, which it returns; 0 if there is none. Fill bytes
-    // before a marker and what looks like a stuffed zero are passed over.
+    // Drops the bits in hand and goes on behind the next marker, which it returns; 0 if there is none. Fill
+    // bytes before a marker and what looks like a stuffed zero are passed over.
     uint8_t TakeMarker() {
         uint8_t bMarker = _bMarker;
         while (!_source.Failed() && (bMarker == 0 || bMarker == 0xFF))

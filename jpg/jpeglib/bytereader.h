@@ -1,8 +1,8 @@
 // The one way in which the reader touches the bytes of a file.
 //
-// A ByteReader has a position, an end and a sign of failure. A getter that finds too few bytes moves to the end,
-// fails for good and yields zero; so a check that was forgotten costs wrong pixels, never a wild read, and a
-// caller tests once for each segment.
+// A ByteReader has a position, an end and a sign of failure. A getter that finds too few bytes moves to the
+// end, fails for good and yields zero; so a check that was forgotten costs wrong pixels, never a wild read,
+// and a caller tests once for each segment.
 #pragma once
 
 #include <cstddef>

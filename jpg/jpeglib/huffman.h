@@ -1,17 +1,17 @@
-// Huffman tables: from the form that a file holds to the forms that decode. Public source: ITU T.81, annexes C
-// and F.2.2.3.
+// Huffman tables: from the form that a file holds to the forms that decode. Public source: ITU T.81, annexes
+// C and F.2.2.3.
 //
 // There are two ways to a symbol. Nearly always the next kLookBits bits of the scan, as an index, lead to all
-// there is to know: a short code, and often the value behind it as well. Longer codes are found by their length, one
-// bit at a time.
+// there is to know: a short code, and often the value behind it as well. Longer codes are found by their
+// length, one bit at a time.
 #pragma once
 
 #include "bitreader.h"
 
 namespace jpg {
 
-inline constexpr int kShortCode = 8;  // bits; so long a code is looked up
-inline constexpr int kLookBits = 9;   // a bit more room for values
+inline constexpr int kShortCode = 8;  // bits of the longest code that is looked up
+inline constexpr int kLookBits = 9;   // one more, so that more values find room behind their codes
 inline constexpr int kLongestCode = 16;
 
 // What a DHT segment says.
@@ -41,8 +41,8 @@ struct HuffDecodeTable {
 // undefined.
 bool jpg_BuildHuffTable(const HuffTable *lpTable, HuffDecodeTable *lpDecode);
 
-// The symbol of a code that is not in the look-up, and the length of the code. What is no code counts as symbol 0
-// of 17 bits, and the user is told.
+// The symbol of a code that is not in the look-up, and the length of the code. What is no code counts as
+// symbol 0 of 17 bits, and the user is told.
 LookUp FindLongCode(const HuffDecodeTable *lpTable, Bits bits);
 
 }  // namespace jpg

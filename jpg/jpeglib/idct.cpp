@@ -1,10 +1,10 @@
-// The integer transform of C. Loeffler, A. Ligtenberg and G. Moschytz, "Practical fast 1-D DCT algorithms with 11
-// multiplications", ICASSP 1989: columns, then rows, each by the same step on eight numbers. Constants have 13 bits
-// of fraction, and 2 more bits are kept between the passes.
+// The integer transform of C. Loeffler, A. Ligtenberg and G. Moschytz, "Practical fast 1-D DCT algorithms
+// with 11 multiplications", ICASSP 1989: columns, then rows, each by the same step on eight numbers.
+// Constants have 13 bits of fraction, and 2 more bits are kept between the passes.
 //
-// The step exists twice. Numbers of 16 bits are what compilers make good vector code of, and suffice for what a
-// camera or an encoder writes. Where a file has more, which is checked, the block is done with 32 bits that may wrap
-// around. Both give the same samples wherever the first is to be had.
+// The step exists twice. Numbers of 16 bits are what compilers make good vector code of, and suffice for what
+// a camera or an encoder writes. Where a file has more, which is checked, the block is done with 32 bits that
+// may wrap around. Both give the same samples wherever the first is to be had.
 #include "idct.h"
 
 #include <cstring>
@@ -20,8 +20,8 @@ constexpr int kRowShift = kFraction + kPassBits + 3;
 
 // --- The step ---
 
-// From -kSmall to kSmall - 1 a number is small: four of them add up in 16 bits, and what the step makes of eight
-// stays within 32. What an encoder makes of a picture is smaller still, but for the worst qualities.
+// From -kSmall to kSmall - 1 a number is small: four of them add up in 16 bits, and what the step makes of
+// eight stays within 32. What an encoder makes of a picture is smaller still, but for the worst qualities.
 constexpr int kSmall = 1 << 13;
 
 bool IsSmall(uint32_t dwSpread) {
@@ -41,8 +41,8 @@ uint32_t Times(uint32_t n, int16_t nFactor) {
     return n * static_cast<uint32_t>(nFactor);
 }
 
-// Does the step on each column of 8 x 8 numbers, which are 0 behind the first kRows rows, and scales what comes
-// out. Returns its spread.
+// Does the step on each column of 8 x 8 numbers, which are 0 behind the first kRows rows, and scales what
+// comes out. Returns its spread.
 template <int kShift, int kRows, class Number>
 [[gnu::always_inline]] inline uint32_t Columns(const Number *__restrict d, Number *__restrict lpOut) {
     uint32_t dwSpread = 0;
@@ -92,8 +92,8 @@ void Interleave(const Number *__restrict lpFrom, Number *__restrict lpTo) {
     }
 }
 
-// Turns columns into rows. Each interleaving moves every index, of six bits, around by one bit; three of them have
-// column and row change places, and unlike the plain loops are fast in vector code.
+// Turns columns into rows. Each interleaving moves every index, of six bits, around by one bit; three of them
+// have column and row change places, and unlike the plain loops are fast in vector code.
 template <class Number>
 [[gnu::always_inline]] inline void Transpose(const Number *__restrict lpFrom, Number *__restrict lpTo) {
     Number aTurned[64];

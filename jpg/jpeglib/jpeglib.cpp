@@ -1,8 +1,8 @@
 // The segments in front of a scan. Public source: ITU T.81, annex B, and T.871 for APP0.
 //
-// A segment is read as it comes; its length only says how often a table repeats, and where the next marker is looked
-// for. Every read may find the file at its end, which ends the call without a word: whoever reads a segment asks
-// once, before anything is done with it.
+// A segment is read as it comes; its length only says how often a table repeats, and where the next marker is
+// looked for. Every read may find the file at its end, which ends the call without a word: whoever reads a
+// segment asks once, before anything is done with it.
 #include "jpeglib.h"
 
 #include <algorithm>
@@ -263,7 +263,8 @@ Stop ReadHeader(ByteReader *lpReader, JpegState *lpState, const PictureSize *lpW
     return Stop::kFailed;
 }
 
-// The array for a picture whose frame header has been read. Black, since a file may end before all of it is drawn.
+// The array for a picture whose frame header has been read. Black, since a file may end before all of it is
+// drawn.
 uint32_t *NewPixels(const JpegState &state) {
     return new (std::nothrow) uint32_t[size_t{state._wWidth} * state._wHeight]();
 }

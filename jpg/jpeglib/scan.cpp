@@ -1,10 +1,9 @@
-// MCUs are counted, and a marker that the bit reader meets is not acted on before the bits in front of it are used
-// up. So it does not matter how far the reader is ahead of the decoding:
+// MCUs are counted, and a marker that the bit reader meets is not acted on before the bits in front of it are
+// used up. So it does not matter how far the reader is ahead of the decoding:
 //
-//   all MCUs decoded         whatever is left of the bits is padding, and the next marker has to be EOI
-//   a restart is due         likewise, and it has to be RST
-//   an MCU lacks bits        the scan ends early; only if nothing but padding was left and the marker is EOI
-//                            is that an end in order, of a picture with MCUs missing
+//   all MCUs decoded   what is left of the bits is padding, and the next marker has to be EOI
+//   a restart is due   likewise, and it has to be RST; or EOI, of a picture with MCUs missing
+//   an MCU lacks bits  the end, and one in order only if nothing but padding was left and the marker is EOI
 //
 // Public source of the coding: ITU T.81, F.2.
 #include "scan.h"
@@ -48,8 +47,8 @@ constexpr int kMostValueBits = 16;
     return true;
 }
 
-// Decodes a block into coefficients that are all 0. Returns the index of the last that is not, in zigzag order, or
-// kBadBlock. Both are to be believed only if the reader has not run out of bits.
+// Decodes a block into coefficients that are all 0. Returns the index of the last that is not, in zigzag
+// order, or kBadBlock. Both are to be believed only if the reader has not run out of bits.
 int DecodeBlock(const HuffDecodeTable &dc, const HuffDecodeTable &ac, BitReader *lpReader, int32_t *lpLastDC,
                 int16_t *lpCoef) {
     Bits bits = lpReader->_bits;

@@ -5,8 +5,8 @@
 
 namespace jpg {
 
-// Decodes the scan that the reader stands at, whose header is in the state, into the pixels of the whole picture.
-// False if it is damaged or cut off.
+// Decodes the scan that the reader stands at, whose header is in the state, into the pixels of the whole
+// picture. False if it is damaged or cut off.
 bool DecodeScan(JpegState *lpState, const ByteReader &source, uint32_t *lpPixels);
 
 }  // namespace jpg

@@ -1,5 +1,5 @@
-// The state of one decoding call, which lives on its stack. The reading of the segments fills it, the scan uses
-// it.
+// The state of one decoding call, which lives on its stack. The reading of the segments fills it, the scan
+// uses it.
 #pragma once
 
 #include "huffman.h"

@@ -1,7 +1,7 @@
 // From samples to pixels. Public source of the colours: ITU T.871, clause 7, here with 16 bits of fraction.
 //
-// Chroma is repeated, not filtered: the pixel in column x takes the sample x * H / Hmax of a component, H being its
-// factor and Hmax the greatest of all, and so it is with rows.
+// Chroma is repeated, not filtered: the pixel in column x takes the sample x * H / Hmax of a component, H
+// being its factor and Hmax the greatest of all, and so it is with rows.
 #include "strip.h"
 
 #include <algorithm>
@@ -19,9 +19,9 @@ struct ColorRow {
 
 // --- Loops that compilers turn into vector code ---
 
-// The factors are, in 65536ths: Cr to red 91881, Cb to blue 116130, and to green, where both add up, -46802 and
-// -22554. What does not fit into 16 bits is cut into a whole number and a rest: it makes no difference to the
-// result, and products of 16 bits are the fast ones.
+// The factors are, in 65536ths: Cr to red 91881, Cb to blue 116130, and to green, where both add up, -46802
+// and -22554. What does not fit into 16 bits is cut into a whole number and a rest: it makes no difference to
+// the result, and products of 16 bits are the fast ones.
 void MakeColors(const uint8_t *lpCb, const uint8_t *lpCr, int nWidth, ColorRow *__restrict lpColors) {
     constexpr int16_t kRedRest = 91881 - 65536, kBlueRest = 116130 - 2 * 65536, kGreenRest = 65536 - 46802;
     constexpr int16_t kGreenCb = -22554;

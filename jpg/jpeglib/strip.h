@@ -1,8 +1,8 @@
 // A few MCUs of one row, side by side: the samples of their components, until they become pixels.
 //
-// The MCUs are taken together so that the loops over samples are long, and not so many that they would not stay
-// close to the processor. For a picture in 4:2:0, component 0 uses 16 rows of 256 samples here and the others
-// 8 rows of 128; for one in 4:4:4 all three use 8 rows of 256.
+// The MCUs are taken together so that the loops over samples are long, and not so many that they would not
+// stay close to the processor. For a picture in 4:2:0, component 0 uses 16 rows of 256 samples here and the
+// others 8 rows of 128; for one in 4:4:4 all three use 8 rows of 256.
 #pragma once
 
 #include "state.h"
@@ -17,8 +17,8 @@ class Strip {
     // Of a picture whose frame header has been read, and its pixels.
     Strip(const JpegState &state, uint32_t *lpPixels);
 
-    // Where the samples of a block belong, rows kWidth apart: of the MCU that comes next, the block in column h
-    // and row v of a component.
+    // Where the samples of a block belong, rows kWidth apart: of the MCU that comes next, the block in column
+    // h and row v of a component.
     uint8_t *Block(int nComponent, int h, int v) {
         const int x = (_nMCUs * _state._aComponents[nComponent]._bH + h) * kBlock;
         return &_aMCU[nComponent][v * kBlock][x];
