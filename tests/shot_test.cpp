@@ -99,7 +99,14 @@ TEST_F(ShotTest, WrongCommandLinesAreRefusedWithALineAboutWhatIsWrong) {
     };
     expectRefused("", "no URL");
     expectRefused("''", "no URL");
-    expectRefused("blue.html red.html", "more than one URL");
+    expectRefused("--out - blue.html red.html", "more than one picture");
+    expectRefused("--every 5 --out - blue.html", "more than one picture");
+    expectRefused("--every 0 blue.html", "not 0;");
+    expectRefused("--cache nowhere blue.html", "no folder nowhere");
+    for (const std::string click : {"5", "5,", "-1,5", "5,65536", "5,5,5"})
+        expectRefused("--click " + click + " blue.html", "not " + click + ";");
+    for (const std::string key : {"Tabb", "Shift+", "Meta+A", "!"})
+        expectRefused("--key '" + key + "' blue.html", "not " + key + ";");
     expectRefused("--colour blue.html", "unknown option --colour");
     expectRefused("-q blue.html", "unknown option -q");
     expectRefused("blue.html --size", "--size needs a value");
@@ -115,8 +122,9 @@ TEST_F(ShotTest, HelpFitsAScreenAndNamesEveryOptionAndExitCode) {
     const Result result = Run("shot --help");
     EXPECT_TRUE(result.code == 0 && result.err.empty());
     EXPECT_LE(std::count(result.out.begin(), result.out.end(), '\n'), 24);
-    for (const char *part : {"--size", "--wait", "--out", "--quiet", "--help", "--version", "\n  0  ",
-                             "\n  1  ", "\n  2  ", "\n  4  ", "\n  5  "})
+    for (const char *part :
+         {"--size", "--wait", "--out", "--every", "--click", "--type", "--key", "--cache", "--quiet",
+          "--help", "--version", "\n  0  ", "\n  1  ", "\n  2  ", "\n  3  ", "\n  4  ", "\n  5  "})
         EXPECT_TRUE(result.Says(part)) << part;
     EXPECT_EQ(Run("shot --version").out, "tessel-shot 1.0.0\n");
 }
@@ -130,7 +138,8 @@ TEST_F(ShotTest, WhatHappenedShowsInTheExitCodeAndTheMessages) {
     const std::tuple<const char *, int, const char *> kCases[] = {
         {"shot blue.html", 0, "wrote to page.png"},
         {"shot file://blue.html", 0, "pages 1 of 1"},
-        {"shot pictures.html", 0, "pictures 1 of 2"},
+        {"shot pictures.html", 3, "pictures 1 of 2"},
+        {"shot none.html pictures.html blue.html", 2, "pictures 1 of 2"},
         {"shot none.html", 2, "did not come: none.html"},
         {"shot fifo", 2, "did not come: fifo"},
         {"shot out", 2, "did not come: out"},
@@ -172,6 +181,26 @@ TEST_F(ShotTest, ThePngShowsThePageInItsSize) {
     // The page may be there before the picture is made, or not: then it is empty.
     const Picture early(Run("shot --wait 0 --size 7x9 --out - long.html").out);
     EXPECT_EQ(early.Count(0x336699) + early.Count(0xFFFFFF), 7 * 9);
+}
+
+// What is done to a page shows in its picture; each page, and each moment of a series, has a picture of its own.
+TEST_F(ShotTest, PagesAreActedOnAndNumbered) {
+    Write("link.html", "<A HREF=blue.html>" + std::string(60, 'x') + "</A>");
+    for (const char *actions :
+         {"--click 5,5", "--key Tab --key enter", "--key Tab --key Shift+Tab --key Tab --key Enter",
+          "--click 5,5 --key Alt+Left --key Alt+Right"}) {
+        const Picture picture(Run(std::string("shot --quiet --out - ") + actions + " link.html").out);
+        EXPECT_EQ(picture.Count(0x336699), 800 * 600) << actions;
+    }
+    EXPECT_EQ(Picture(Run("shot --quiet --out - --click 700,500 link.html").out).Count(0x336699), 0);
+
+    fs::create_directory(_folder / "deep");
+    EXPECT_EQ(Run("shot --quiet --cache deep --out out/x.png ../blue.html ../link.html").code, 0);
+    EXPECT_EQ(Picture(ReadFile(_folder / "out/x.png")).Count(0x336699), 800 * 600);
+    EXPECT_GT(Picture(ReadFile(_folder / "out/x-2.png")).Count(0xFFFFFF), 700 * 500);
+    WriteLongPage();
+    EXPECT_EQ(Run("shot --quiet --every 1 --out out/y long.html").code, 0);
+    EXPECT_EQ(Picture(ReadFile(_folder / "out/y-001")).pixels.size(), 800u * 600u);
 }
 
 TEST_F(ShotTest, AFileIsReplacedAsAWholeOrLeftAlone) {

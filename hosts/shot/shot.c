@@ -1,12 +1,10 @@
-/* tessel-shot: loads a page without a display and writes what a user would see as a PNG.
+/* tessel-shot: loads pages without a display and writes what a user would see as PNGs.
  *
- * It is also the shortest host that does everything properly: start, load, wait for what is still to come,
- * paint, stop. TakePicture tells that story; what stands above it are its steps, and below it the command
- * line.
+ * It is also the shortest host that does everything properly: start, load, wait for what is still to come, act as a
+ * user would, paint, stop. TakePictures tells that story; what stands above it are its steps, and below it the
+ * command line.
  */
-#include <errno.h>
 #include <fcntl.h>
-#include <png.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdarg.h>
@@ -15,18 +13,19 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
+#include "actions.h"
+#include "picture.h"
 #include "tessel.h"
 #include "tessel_host.h"
 
-/* 3 is left free for a page that came without all of its pictures. */
 enum {
     EXIT_LOADED = 0,
     EXIT_USAGE = 1,
     EXIT_NO_PAGE = 2,
+    EXIT_INCOMPLETE = 3,
     EXIT_WAIT_OVER = 4,
     EXIT_NOT_WRITTEN = 5,
 };
@@ -35,35 +34,51 @@ enum { MAX_SIDE = 16384 };
 
 typedef struct Options {
     int width, height;
-    double wait; /* seconds */
+    double wait;  /* seconds, for each load */
+    double every; /* seconds between the pictures of a series, or 0 */
     const char *out;
-    const char *url;
+    const char *cache; /* the folder to run in, or NULL */
+    const char **urls; /* with room for all arguments */
+    Action *actions;   /* likewise */
+    int urlCount, actionCount;
 } Options;
 
 static const char kHelp[] =
-    "Usage: tessel-shot [OPTION]... URL\n"
-    "Loads a page and its pictures and writes what they look like as a PNG.\n"
-    "URL is http://HOST/PATH, file://PATH, or the name of a local file. File names\n"
-    "inside a local page count from the current directory, not from the page's.\n"
-    "\n"
+    "Usage: tessel-shot [OPTION]... URL...\n"
+    "Loads pages with their pictures and writes what they look like as PNGs.\n"
+    "URL is http://HOST/PATH, file://PATH, or a file, whose pictures are named from here.\n"
     "  --size WxH      pixels across and down, 1 to 16384 each (default 800x600)\n"
-    "  --wait SECONDS  how long to wait for the page and its pictures, decimals\n"
-    "                  allowed, 0: do not wait (default 30)\n"
-    "  --out FILE      where the PNG goes, - for standard output (default page.png)\n"
+    "  --wait SECONDS  the longest wait for a page, 0: do not wait (default 30)\n"
+    "  --out FILE      where the PNG goes, - for standard output (default page.png);\n"
+    "                  for the second of several URLs page-2.png, and so on\n"
+    "  --every MS      while waiting, also a series: page-001.png, page-002.png ...\n"
+    "  --click X,Y  --type TEXT  --key NAME\n"
+    "                  what is done to each page when it is there, in this order; each\n"
+    "                  waits for what it loads. NAME: Tab, Shift+Tab, Ctrl+V, Alt+Left ...\n"
+    "  --cache DIR     run in DIR: the cache is there, and files are named from there\n"
     "  --quiet         say nothing but what went wrong\n"
-    "  --help          show this text\n"
-    "  --version       show the version\n"
-    "\n"
-    "Exit codes:\n"
-    "  0  all was loaded; a picture that the page names in vain shows as an icon\n"
+    "  --help, --version\n"
+    "Exit codes, the worst of all URLs:\n"
+    "  0  all was loaded\n"
     "  1  the command line is wrong\n"
-    "  2  the page did not come; no PNG was written\n"
+    "  2  a page did not come; no PNG was written for it\n"
+    "  3  the page came, a picture or another part of it did not\n"
     "  4  the wait ran out; the PNG shows how far the page got\n"
-    "  5  the PNG could not be written\n";
+    "  5  a PNG could not be written\n";
 
 static bool s_quiet;
 
+/* Whether the line of progress stands on the terminal, for the next line to wipe away. */
+static bool s_progress;
+
+static void WipeProgress(void) {
+    if (s_progress)
+        fputs("\r\033[K", stderr);
+    s_progress = false;
+}
+
 static void SayLine(const char *format, va_list arguments) {
+    WipeProgress();
     fputs("tessel-shot: ", stderr);
     vfprintf(stderr, format, arguments);
     fputc('\n', stderr);
@@ -129,186 +144,159 @@ static void WaitForChange(double until) {
     pthread_mutex_unlock(&s_mutex);
 }
 
-/* Waits until nothing is still to come, or the moment is there. Returns an exit code. */
-static int WaitForPage(double end, platform_FetchCounts *counts) {
-    /* A fetch that was cancelled or ran out of time calls nothing back, so that the counts are looked at
-     * without a callback, too. */
-    const double kPoll = 0.02;
-    for (;;) {
-        platform_GetFetchCounts(counts);
-        if (counts->pages_running == 0 && counts->images_running == 0)
-            return counts->pages_loaded > 0 ? EXIT_LOADED : EXIT_NO_PAGE;
-        const double now = Now();
-        if (now >= end)
-            return EXIT_WAIT_OVER;
-        WaitForChange(now + kPoll < end ? now + kPoll : end);
-    }
-}
-
-/* ---- Writing ---- */
-
-/* The file that grows beside the one that was asked for. A signal that ends the program takes it along. */
-static char *s_beside;
-
-static void OnDeadlySignal(int number) {
-    unlink(s_beside);
-    raise(number); /* held back until this handler returns, and not handled by it again */
-}
-
-static void HandleDeadlySignals(void) {
-    static const int kSignals[] = {SIGHUP, SIGINT, SIGTERM};
-    struct sigaction ours = {.sa_handler = OnDeadlySignal, .sa_flags = (int)SA_RESETHAND}, before;
-    for (size_t i = 0; i < sizeof kSignals / sizeof *kSignals; ++i) {
-        /* Whoever started the program may have had a signal ignored. */
-        if (sigaction(kSignals[i], NULL, &before) == 0 && before.sa_handler != SIG_IGN)
-            sigaction(kSignals[i], &ours, NULL);
-    }
-}
-
-/* Writes the pixels, which it packs to three bytes each on the way, to an open stream, and closes that.
- * Returns NULL, or what went wrong. */
-static const char *Encode(FILE *stream, const Options *options, uint32_t *pixels) {
-    static png_image image; /* its message is handed out */
-    uint8_t *packed = (uint8_t *)pixels;
-    const size_t count = (size_t)options->width * (size_t)options->height;
-    for (size_t i = 0; i < count; ++i) {
-        const uint32_t pixel = pixels[i];
-        packed[3 * i] = (uint8_t)(pixel >> 16);
-        packed[3 * i + 1] = (uint8_t)(pixel >> 8);
-        packed[3 * i + 2] = (uint8_t)pixel;
-    }
-    image.version = PNG_IMAGE_VERSION;
-    image.width = (png_uint_32)options->width;
-    image.height = (png_uint_32)options->height;
-    image.format = PNG_FORMAT_RGB;
-    errno = 0;
-    const bool written = png_image_write_to_stdio(&image, stream, 0, packed, 0, NULL) && fflush(stream) == 0;
-    const char *problem = written ? NULL : errno != 0 ? strerror(errno) : image.message;
-    if (fclose(stream) != 0 && problem == NULL)
-        problem = strerror(errno);
-    return problem;
-}
-
-/* Writes to an open file, in which nobody may find half a picture: a failure must leave none. */
-static const char *EncodeTo(int file, const Options *options, uint32_t *pixels) {
-    FILE *stream = file < 0 ? NULL : fdopen(file, "wb");
-    if (stream != NULL)
-        return Encode(stream, options, pixels);
-    const char *problem = strerror(errno);
-    if (file >= 0)
-        close(file);
-    return problem;
-}
-
-/* Makes or replaces a regular file: it grows beside its place and gets its name when it is whole. */
-static const char *ReplaceFile(const char *name, mode_t mode, const Options *options, uint32_t *pixels) {
-    static const char kPattern[] = ".tessel-shot-XXXXXX";
-    const char *slash = strrchr(name, '/');
-    const size_t folder = slash == NULL ? 0 : (size_t)(slash - name) + 1;
-    char *beside = malloc(folder + sizeof kPattern);
-    if (beside == NULL)
-        return strerror(errno);
-    memcpy(beside, name, folder);
-    memcpy(beside + folder, kPattern, sizeof kPattern);
-
-    const char *problem = NULL;
-    const int file = mkstemp(beside);
-    if (file < 0) {
-        problem = strerror(errno);
-    } else {
-        s_beside = beside;
-        HandleDeadlySignals();
-        fchmod(file, mode);
-        problem = EncodeTo(file, options, pixels);
-        if (problem == NULL && rename(beside, name) != 0)
-            problem = strerror(errno);
-        if (problem != NULL)
-            unlink(beside);
-    }
-    if (file < 0)
-        free(beside); /* else the handler may still look at it */
-    return problem;
-}
-
-/* Writes the picture where the options say. Returns NULL, or what went wrong. */
-static const char *WritePicture(const Options *options, uint32_t *pixels) {
-    if (strcmp(options->out, "-") == 0)
-        return EncodeTo(STDOUT_FILENO, options, pixels);
-
-    struct stat there;
-    if (stat(options->out, &there) != 0) {
-        const mode_t mask = umask(0);
-        umask(mask);
-        return ReplaceFile(options->out, 0666 & ~mask, options, pixels);
-    }
-    /* A device or a pipe cannot be replaced, it is written to; a directory fails here. */
-    if (!S_ISREG(there.st_mode))
-        return EncodeTo(open(options->out, O_WRONLY | O_NOCTTY), options, pixels);
-    if (access(options->out, W_OK) != 0)
-        return strerror(errno);
-    /* Behind a symbolic link the file is replaced, not the link. */
-    char *name = realpath(options->out, NULL);
-    if (name == NULL)
-        return strerror(errno);
-    const char *problem = ReplaceFile(name, there.st_mode & 0777, options, pixels);
-    free(name);
-    return problem;
-}
-
-/* ---- The page ---- */
-
-/* Loads the page and paints as much of it as comes in time. Returns an exit code. */
-static int LoadPage(const Options *options, uint32_t *pixels) {
-    const double start = Now();
-    Say("loading %s at %dx%d", options->url, options->width, options->height);
-    /* The library asks for a window only to know that there is one. */
-    if (!tessel_Init(pixels, options->width, options->height))
-        return Complain(EXIT_NO_PAGE, "the library does not start");
-
-    PrepareToWait();
-    tessel_SetCallback(TESSEL_CALLBACK_CHANGED, OnChanged);
-    tessel_OpenURL(options->url);
-
+/* The counts since a moment: the library counts through all loads. */
+static platform_FetchCounts CountsSince(const platform_FetchCounts *before) {
     platform_FetchCounts counts;
-    const int code = WaitForPage(start + options->wait, &counts);
-    if (code == EXIT_LOADED) {
-        Say("loaded in %.2f s: pages %u of %u, pictures %u of %u", Now() - start, counts.pages_loaded,
-            counts.pages_loaded + counts.pages_failed, counts.images_loaded,
-            counts.images_loaded + counts.images_failed);
-    } else if (code == EXIT_WAIT_OVER) {
-        Complain(code, "the wait of %g s ran out, still to come: pages %u, pictures %u", options->wait,
-                 counts.pages_running, counts.images_running);
+    platform_GetFetchCounts(&counts);
+    counts.pages_loaded -= before->pages_loaded;
+    counts.pages_failed -= before->pages_failed;
+    counts.images_loaded -= before->images_loaded;
+    counts.images_failed -= before->images_failed;
+    return counts;
+}
+
+/* Where somebody looks on, a line says how far loading has come. */
+static void ShowProgress(const platform_FetchCounts *counts) {
+    if (s_quiet || !isatty(STDERR_FILENO))
+        return;
+    fprintf(stderr, "\rpages to come: %u, pictures: %u of %u \033[K", counts->pages_running,
+            counts->images_loaded + counts->images_failed,
+            counts->images_running + counts->images_loaded + counts->images_failed);
+    s_progress = true;
+}
+
+/* ---- Pictures ---- */
+
+static Picture s_picture;
+
+/* The name of a picture: that of --out, with a number before its suffix if it is not the only one. */
+static char *NumberedName(const Options *options, const char *format, int number) {
+    const size_t size = strlen(options->out) + 32;
+    char *name = malloc(size);
+    if (name == NULL)
+        return NULL;
+    const char *slash = strrchr(options->out, '/'), *dot = strrchr(options->out, '.');
+    const bool hasSuffix = dot != NULL && dot != options->out && (slash == NULL || dot > slash + 1);
+    const int stem = hasSuffix ? (int)(dot - options->out) : (int)strlen(options->out);
+    int used = snprintf(name, size, "%.*s", stem, options->out);
+    used += snprintf(name + used, size - (size_t)used, format, number);
+    snprintf(name + used, size - (size_t)used, "%s", options->out + stem);
+    return name;
+}
+
+/* Paints what has changed and writes it. Returns an exit code. Takes the name. */
+static int Shoot(char *name) {
+    if (name == NULL)
+        return Complain(EXIT_NOT_WRITTEN, "no memory");
+    const double start = Now();
+    const char *place = strcmp(name, "-") == 0 ? "standard output" : name;
+    tessel_Render(s_picture.pixels);
+    const char *problem = WritePicture(&s_picture, name);
+    int code = EXIT_LOADED;
+    if (problem != NULL) {
+        code = Complain(EXIT_NOT_WRITTEN, "cannot write to %s: %s", place, problem);
     } else {
-        Complain(code, "the page did not come: %s", options->url);
+        Say("wrote to %s in %.2f s", place, Now() - start);
     }
-    if (code != EXIT_NO_PAGE)
-        tessel_Render(pixels);
-    tessel_ShutDown();
+    free(name);
     return code;
 }
 
-static int TakePicture(const Options *options) {
-    const size_t count = (size_t)options->width * (size_t)options->height;
-    uint32_t *pixels = malloc(count * sizeof *pixels);
-    if (pixels == NULL)
-        return Complain(EXIT_NOT_WRITTEN, "no memory for %dx%d pixels", options->width, options->height);
+/* Waits until nothing is still to come, or the moment is there, and takes the pictures of a series on the way.
+ * Returns an exit code. */
+static int WaitUntilQuiet(const Options *options, const platform_FetchCounts *before) {
+    /* A fetch that was cancelled or ran out of time calls nothing back, so that the counts are looked at
+     * without a callback, too. */
+    const double kPoll = 0.02;
+    static int s_taken;
+    const double end = Now() + options->wait;
+    double next = Now() + options->every;
+    for (;;) {
+        const platform_FetchCounts counts = CountsSince(before);
+        if (counts.pages_running == 0 && counts.images_running == 0) {
+            WipeProgress();
+            return counts.pages_failed + counts.images_failed > 0 ? EXIT_INCOMPLETE : EXIT_LOADED;
+        }
+        double now = Now();
+        if (now >= end) {
+            return Complain(EXIT_WAIT_OVER, "the wait of %g s ran out, still to come: pages %u, pictures %u",
+                            options->wait, counts.pages_running, counts.images_running);
+        }
+        ShowProgress(&counts);
+        if (options->every > 0 && now >= next) {
+            if (Shoot(NumberedName(options, "-%03d", ++s_taken)) != EXIT_LOADED)
+                return EXIT_NOT_WRITTEN;
+            while (next <= now)
+                next += options->every;
+            now = Now();
+        }
+        double until = now + kPoll < end ? now + kPoll : end;
+        WaitForChange(options->every > 0 && next < until ? next : until);
+    }
+}
 
+/* ---- Pages ---- */
+
+/* The worse of two exit codes: what could not be done at all comes before what was done in part. */
+static int Worse(int a, int b) {
+    static const int kOrder[] = {EXIT_LOADED, EXIT_INCOMPLETE, EXIT_WAIT_OVER, EXIT_NO_PAGE,
+                                 EXIT_NOT_WRITTEN};
+    int worse = a;
+    for (size_t i = 0; i < sizeof kOrder / sizeof *kOrder; ++i) {
+        if (kOrder[i] == a || kOrder[i] == b)
+            worse = kOrder[i];
+    }
+    return worse;
+}
+
+/* Loads one page, does to it what was asked for and takes its picture. Returns an exit code. */
+static int TakePicture(const Options *options, int index) {
+    const char *url = options->urls[index];
+    const double start = Now();
+    platform_FetchCounts before;
+    platform_GetFetchCounts(&before);
+    Say("loading %s at %dx%d", url, options->width, options->height);
+    tessel_OpenURL(url);
+    int code = WaitUntilQuiet(options, &before);
+    if (code != EXIT_WAIT_OVER && CountsSince(&before).pages_loaded == 0)
+        return Complain(EXIT_NO_PAGE, "the page did not come: %s", url);
+
+    for (int i = 0; i < options->actionCount && code != EXIT_WAIT_OVER && code != EXIT_NOT_WRITTEN; ++i) {
+        DoAction(&options->actions[i]);
+        code = WaitUntilQuiet(options, &before);
+    }
+    const platform_FetchCounts counts = CountsSince(&before);
+    if (code == EXIT_LOADED || code == EXIT_INCOMPLETE) {
+        Say("loaded in %.2f s: pages %u of %u, pictures %u of %u", Now() - start, counts.pages_loaded,
+            counts.pages_loaded + counts.pages_failed, counts.images_loaded,
+            counts.images_loaded + counts.images_failed);
+    }
+    if (index == 0)
+        return Worse(code, Shoot(strdup(options->out)));
+    return Worse(code, Shoot(NumberedName(options, "-%d", index + 1)));
+}
+
+static int TakePictures(const Options *options) {
+    const size_t count = (size_t)options->width * (size_t)options->height;
+    s_picture = (Picture){options->width, options->height, malloc(count * sizeof *s_picture.pixels)};
+    if (s_picture.pixels == NULL)
+        return Complain(EXIT_NOT_WRITTEN, "no memory for %dx%d pixels", options->width, options->height);
     /* What the library has not painted yet is to look like an empty page. */
     for (size_t i = 0; i < count; ++i)
-        pixels[i] = 0xFFFFFF;
+        s_picture.pixels[i] = 0xFFFFFF;
 
-    int code = LoadPage(options, pixels);
-    if (code != EXIT_NO_PAGE) {
-        const double start = Now();
-        const char *place = strcmp(options->out, "-") == 0 ? "standard output" : options->out;
-        const char *problem = WritePicture(options, pixels);
-        if (problem != NULL) {
-            code = Complain(EXIT_NOT_WRITTEN, "cannot write to %s: %s", place, problem);
-        } else {
-            Say("wrote to %s in %.2f s", place, Now() - start);
-        }
+    int code = EXIT_LOADED;
+    /* The library asks for a window only to know that there is one. */
+    if (!tessel_Init(s_picture.pixels, options->width, options->height)) {
+        code = Complain(EXIT_NO_PAGE, "the library does not start");
+    } else {
+        PrepareToWait();
+        tessel_SetCallback(TESSEL_CALLBACK_CHANGED, OnChanged);
+        for (int i = 0; i < options->urlCount; ++i)
+            code = Worse(code, TakePicture(options, i));
+        tessel_ShutDown();
     }
-    free(pixels);
+    free(s_picture.pixels);
     return code;
 }
 
@@ -326,11 +314,6 @@ static const char *ParseSide(const char *text, char end, int *side) {
     return *side > 0 && *text == end ? text + 1 : NULL;
 }
 
-static bool ParseSize(const char *text, Options *options) {
-    const char *height = ParseSide(text, 'x', &options->width);
-    return height != NULL && ParseSide(height, '\0', &options->height) != NULL;
-}
-
 /* Digits with at most one point among them: strtod alone would take signs, exponents and names, too. */
 static bool ParseSeconds(const char *text, double *seconds) {
     char *end;
@@ -340,25 +323,117 @@ static bool ParseSeconds(const char *text, double *seconds) {
     return end != text && *end == '\0';
 }
 
+/* Each reads a value into the options. Returns whether it is one. */
+static bool TakeSize(const char *value, Options *options) {
+    const char *height = ParseSide(value, 'x', &options->width);
+    return height != NULL && ParseSide(height, '\0', &options->height) != NULL;
+}
+
+static bool TakeWait(const char *value, Options *options) {
+    return ParseSeconds(value, &options->wait);
+}
+
+static bool TakeEvery(const char *value, Options *options) {
+    options->every = atoi(value) / 1000.0;
+    return value[strspn(value, "0123456789")] == '\0' && strlen(value) < 8 && options->every > 0;
+}
+
+static bool TakeOut(const char *value, Options *options) {
+    options->out = value;
+    return true;
+}
+
+static bool TakeCache(const char *value, Options *options) {
+    options->cache = value;
+    return true;
+}
+
+static bool TakeClick(const char *value, Options *options) {
+    return ParseClick(value, &options->actions[options->actionCount++]);
+}
+
+static bool TakeType(const char *value, Options *options) {
+    return ParseType(value, &options->actions[options->actionCount++]);
+}
+
+static bool TakeKey(const char *value, Options *options) {
+    return ParseKey(value, &options->actions[options->actionCount++]);
+}
+
+static const struct OptionKind {
+    const char *name;
+    bool (*take)(const char *value, Options *options);
+    const char *what;
+} kOptions[] = {
+    {"--size", TakeSize, "WxH, each from 1 to 16384"},
+    {"--wait", TakeWait, "a number of seconds"},
+    {"--every", TakeEvery, "a number of milliseconds, 1 to 9999999"},
+    {"--out", TakeOut, "a file"},
+    {"--cache", TakeCache, "a folder"},
+    {"--click", TakeClick, "X,Y, each from 0 to 65535"},
+    {"--type", TakeType, "a text"},
+    {"--key", TakeKey, "the name of a key, such as Tab, Enter, Shift+Left, Ctrl+V or Alt+Left"},
+};
+
 /* Reads an option that has a value, which may be missing. Returns an exit code. */
 static int ParseOption(const char *name, const char *value, Options *options) {
-    const bool is_size = strcmp(name, "--size") == 0;
-    const bool is_wait = strcmp(name, "--wait") == 0;
-    if (!is_size && !is_wait && strcmp(name, "--out") != 0)
-        return Complain(EXIT_USAGE, "unknown option %s; try --help", name);
-    if (value == NULL || *value == '\0' || strncmp(value, "--", 2) == 0)
-        return Complain(EXIT_USAGE, "%s needs a value; try --help", name);
-    if (is_size) {
-        if (!ParseSize(value, options))
-            return Complain(EXIT_USAGE, "--size is WxH, each from 1 to %d, not %s; try --help", MAX_SIDE,
-                            value);
-    } else if (is_wait) {
-        if (!ParseSeconds(value, &options->wait))
-            return Complain(EXIT_USAGE, "--wait is a number of seconds, not %s; try --help", value);
-    } else {
-        options->out = value;
+    for (size_t i = 0; i < sizeof kOptions / sizeof *kOptions; ++i) {
+        if (strcmp(name, kOptions[i].name) != 0)
+            continue;
+        if (value == NULL || *value == '\0' || strncmp(value, "--", 2) == 0)
+            return Complain(EXIT_USAGE, "%s needs a value; try --help", name);
+        if (!kOptions[i].take(value, options))
+            return Complain(EXIT_USAGE, "%s is %s, not %s; try --help", name, kOptions[i].what, value);
+        return EXIT_LOADED;
     }
+    return Complain(EXIT_USAGE, "unknown option %s; try --help", name);
+}
+
+/* Goes where --cache says. The picture stays where the user is. Returns an exit code. */
+static int EnterFolder(Options *options) {
+    static char s_out[8192];
+    if (options->out[0] != '/' && strcmp(options->out, "-") != 0) {
+        const size_t rest = strlen(options->out) + 2;
+        if (rest > sizeof s_out || getcwd(s_out, sizeof s_out - rest) == NULL)
+            return Complain(EXIT_USAGE, "no way back from %s; try --help", options->cache);
+        const size_t length = strlen(s_out);
+        snprintf(s_out + length, sizeof s_out - length, "/%s", options->out);
+        options->out = s_out;
+    }
+    if (chdir(options->cache) != 0)
+        return Complain(EXIT_USAGE, "there is no folder %s; try --help", options->cache);
     return EXIT_LOADED;
+}
+
+static int CheckOptions(Options *options) {
+    if (options->urlCount == 0)
+        return Complain(EXIT_USAGE, "no URL; try --help");
+    if (strcmp(options->out, "-") == 0 && (options->urlCount > 1 || options->every > 0))
+        return Complain(EXIT_USAGE, "more than one picture, and one standard output; try --help");
+    return options->cache == NULL ? EXIT_LOADED : EnterFolder(options);
+}
+
+/* Returns an exit code, or -1 if there is something to do. */
+static int ParseArguments(int argc, char **argv, Options *options) {
+    for (int i = 1; i < argc; ++i) {
+        const bool isHelp = strcmp(argv[i], "--help") == 0;
+        if (isHelp || strcmp(argv[i], "--version") == 0) {
+            fputs(isHelp ? kHelp : "tessel-shot " TESSEL_VERSION "\n", stdout);
+            return EXIT_LOADED;
+        }
+        if (strcmp(argv[i], "--quiet") == 0) {
+            s_quiet = true;
+        } else if (argv[i][0] == '-') {
+            const int code = ParseOption(argv[i], argv[i + 1], options);
+            if (code != EXIT_LOADED)
+                return code;
+            ++i;
+        } else if (*argv[i] != '\0') {
+            options->urls[options->urlCount++] = argv[i];
+        }
+    }
+    const int code = CheckOptions(options);
+    return code == EXIT_LOADED ? -1 : code;
 }
 
 /* A stream that is closed would lend its number to the next file that is opened, and messages or the picture
@@ -377,26 +452,14 @@ int main(int argc, char **argv) {
     signal(SIGXFSZ, SIG_IGN);
 
     Options options = {.width = 800, .height = 600, .wait = 30, .out = "page.png"};
-    for (int i = 1; i < argc; ++i) {
-        const bool is_help = strcmp(argv[i], "--help") == 0;
-        if (is_help || strcmp(argv[i], "--version") == 0) {
-            fputs(is_help ? kHelp : "tessel-shot " TESSEL_VERSION "\n", stdout);
-            return EXIT_LOADED;
-        }
-        if (strcmp(argv[i], "--quiet") == 0) {
-            s_quiet = true;
-        } else if (argv[i][0] == '-') {
-            const int code = ParseOption(argv[i], argv[i + 1], &options);
-            if (code != EXIT_LOADED)
-                return code;
-            ++i;
-        } else if (options.url != NULL) {
-            return Complain(EXIT_USAGE, "more than one URL: %s and %s; try --help", options.url, argv[i]);
-        } else {
-            options.url = argv[i];
-        }
-    }
-    if (options.url == NULL || *options.url == '\0')
-        return Complain(EXIT_USAGE, "no URL; try --help");
-    return TakePicture(&options);
+    options.urls = calloc((size_t)argc + 1, sizeof *options.urls);
+    options.actions = calloc((size_t)argc + 1, sizeof *options.actions);
+    int code = EXIT_NOT_WRITTEN;
+    if (options.urls != NULL && options.actions != NULL)
+        code = ParseArguments(argc, argv, &options);
+    if (code < 0)
+        code = TakePictures(&options);
+    free(options.urls);
+    free(options.actions);
+    return code;
 }
