@@ -1,0 +1,117 @@
+#!/usr/bin/env bash
+# tessel-view as its user has it: a window on a display of its own, mouse and keys from outside. view_test.sh PROGRAM
+# With the folder SCREENSHOTS set, pictures of the stations are left there.
+set -euo pipefail
+
+view=$1
+work=$(mktemp -d)
+started=()
+cleanup() {
+    for id in "${started[@]}"; do kill "$id" 2>/dev/null || true; done
+    rm -rf "$work"
+}
+trap cleanup EXIT
+export SDL_VIDEODRIVER=x11 LSAN_OPTIONS=detect_leaks=0 # what the display's libraries keep is theirs
+
+fail() {
+    echo "Failed: $1" >&2
+    exit 1
+}
+
+expect() {
+    [[ $2 == "$3" ]] || fail "$1: expected '$3', got '$2'"
+}
+
+# Waits until a command prints what is expected.
+await() {
+    local got=
+    for _ in {1..200}; do
+        got=$("${@:3}" 2>/dev/null || true)
+        [[ $got != "$2" ]] || return 0
+        sleep 0.05
+    done
+    fail "$1: expected '$2', got '$got'"
+}
+
+# The command line needs no display, a window does.
+expect version "$("$view" --version)" "tessel-view 1.0.0"
+for arguments in "--size 10x600" "--size 800x600x" "--size" "--colour" "a.html b.html"; do
+    code=0
+    # shellcheck disable=SC2086 # arguments are words
+    "$view" $arguments 2>"$work/said" || code=$?
+    expect "exit code of $arguments" "$code $(grep -c 'try --help' "$work/said")" "1 1"
+done
+code=0
+DISPLAY=:65535 "$view" 2>"$work/said" || code=$?
+expect "exit code without a display" "$code $(grep -c 'no display' "$work/said")" "2 1"
+
+mkfifo "$work/display"
+Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$work/display" >/dev/null 2>&1 &
+started+=($!)
+read -r number <"$work/display"
+export DISPLAY=:$number
+
+cd "$work"
+echo '<TITLE>One &copy;</TITLE><A HREF=two.html>a link that is long enough to be hit without aiming</A>' >one.html
+echo '<TITLE>Two</TITLE><FORM><INPUT NAME=a SIZE=30></FORM><A HREF=one.html>back</A>' >two.html
+"$view" --size 640x400 one.html &
+program=$!
+started+=("$program")
+
+window=
+for _ in {1..200}; do
+    window=$(xdotool search --onlyvisible --pid "$program" 2>/dev/null | tail -n 1 || true)
+    [[ -z $window ]] || break
+    sleep 0.05
+done
+[[ -n $window ]] || fail "no window came"
+title() { xdotool getwindowname "$window"; }
+clipboard() { timeout 2 xclip -o -selection clipboard; }
+press() { xdotool key --delay 30 "$@"; }
+click() { xdotool mousemove --window "$window" "$1" "$2" click 1; }
+picture() { [[ -z ${SCREENSHOTS-} ]] || import -window root "$SCREENSHOTS/$1.png"; }
+
+await "the first page" "One ©" title
+xdotool windowfocus --sync "$window" 2>/dev/null || true
+
+# An address is typed; back by key, forward by the button; a link is clicked.
+press ctrl+l
+xdotool type --delay 30 two.html
+picture address
+press Return
+await "an address that was typed" Two title
+press alt+Left
+await "back" "One ©" title
+click 48 16
+await "forward, by its button" Two title
+click 18 16
+await "back, by its button" "One ©" title
+click 60 42
+await "a link that was clicked" Two title
+
+# A field is filled in, its text taken to the clipboard and back from it.
+click 60 48
+xdotool type --delay 30 "grey heron"
+press shift+Home ctrl+c
+await "what was selected and copied" "grey heron" clipboard
+picture selected
+press End ctrl+v Home shift+End ctrl+c
+await "what was pasted" "grey herongrey heron" clipboard
+printf 'caf\u00e9 5 \u20ac \u4e2d' | xclip -selection clipboard
+press ctrl+v Home shift+End ctrl+c
+await "characters of Windows-1252, the others left out" "$(printf 'caf\u00e9 5 \u20ac ')" clipboard
+press ctrl+l ctrl+a ctrl+c
+await "the address" "two.html" clipboard
+picture pasted
+
+# Nothing happens while nothing happens: below a hundredth of a core.
+ticks() { awk '{print $14 + $15}' "/proc/$program/stat"; }
+sleep 0.5
+before=$(ticks)
+sleep 3
+(($(ticks) - before <= 3)) || fail "$(($(ticks) - before)) ticks of processor time in 3 s of idleness"
+
+xdotool windowquit "$window"
+code=0
+wait "$program" || code=$?
+expect "exit code of a window that was closed" "$code" 0
