@@ -42,10 +42,7 @@ class ControlsTest : public EngineTest {
             [](void *, const char *lpszText) { return g_strCopied = lpszText, 1; }, nullptr};
         platform_SetHostServices(&services);
     }
-    void TearDown() override {
-        platform_SetHostServices(nullptr);
-        EngineTest::TearDown();
-    }
+    ~ControlsTest() override { platform_SetHostServices(nullptr); }
     // A page with a field that has the focus.
     void ShowField(const std::string &strValue, const std::string &strMore = "MAXLENGTH=11") {
         Load(WriteFile("page.html", "<INPUT VALUE=\"" + strValue + "\" " + strMore + ">"));
@@ -56,9 +53,8 @@ class ControlsTest : public EngineTest {
         const auto x = static_cast<uint16_t>(nLeft + atoi(strWord.c_str() + 1));
         if (strWord[0] == 'P')
             tessel_OnMouseMove(x, 10);
-        (strWord[0] == 'P'   ? tessel_OnLMouseDown
-         : strWord[0] == 'D' ? tessel_OnLMouseDrag
-                             : tessel_OnLMouseUp)(x, 10);
+        const auto lpfnSend = strWord[0] == 'D' ? tessel_OnLMouseDrag : tessel_OnLMouseUp;
+        (strWord[0] == 'P' ? tessel_OnLMouseDown : lpfnSend)(x, 10);
     }
     static void Key(int nKey, int nHeld) {
         tessel_OnKeyDown(nHeld);
@@ -112,11 +108,10 @@ class ControlsTest : public EngineTest {
         // The label is a block of 20 by 12; it and the dots move when the button is pressed.
         EXPECT_EQ(CountPixels(0, 7 + n, 7 + n, 20, 12), 240);
         EXPECT_EQ(CountPixels(0, 4, 4, 26, 18), 240) << "the block and nothing else";
-        const int nDots = CountPixels(kDots, 0, 0, 34, 26);
-        EXPECT_EQ(CountPixels(kDots, 3 + n, 3 + n, 28, 19), nDots);
-        if (dwOuter == 0xC0CCD8 && dwMiddle == 0x8098B0 && !nDots)
-            return "normal";
-        EXPECT_EQ(nDots, 26 + 18);
+        const bool bDots = CountPixels(kDots, 3 + n, 3 + n, 28, 19) == 26 + 18;
+        EXPECT_EQ(CountPixels(kDots, 0, 0, 34, 26), bDots ? 26 + 18 : 0);
+        if (!bDots)
+            return dwOuter == 0xC0CCD8 && dwMiddle == 0x8098B0 ? "normal" : "?";
         return dwOuter ? "?" : dwMiddle == 0xC0CCD8 ? "focused" : PixelAt(2, 2) == 0x4E657C ? "pressed" : "?";
     }
 };
@@ -154,37 +149,29 @@ TEST_F(ControlsTest, KeysEditTheText) {
 
 TEST_F(ControlsTest, ClipboardTakesAndGivesText) {
     // The clipboard, the keys, what comes of "abc"; and what was copied.
-    const std::string strLong(1000000, 'x');
-    const std::string aCases[] = {"XY +<+<^C a[|bc] bc",
-                                  "XY +)+(^C [|abc] abc",
-                                  "XY ^C abc| -",
-                                  "XY ^V^V abcXYXY| -",
-                                  "XY (^V XY|abc -",
-                                  "XY (+>+>^V XY|c -",
-                                  "XY +<+<^V aXY| -",
-                                  "XY +)^V abcXY| -",
-                                  "XY (V^C) Vabc| -",
-                                  "- +<^V ab| -",
-                                  "- ^V abc| -",
-                                  "1234567 ^V abc1234567| -",
-                                  "12345678 <^V ab|c -",
-                                  "12345678 (+>^V 12345678|bc -",
-                                  "123456789 (+>^V [a]|bc -",
-                                  "\x01\xFF (^V \x01\xFF|abc -",
-                                  strLong + " +<^V ab[|c] -"};
-    for (const std::string &strCase : aCases) {
+    const char *const aCases[] = {
+        // Copied.
+        "XY +<+<^C a[|bc] bc", "XY +)+(^C [|abc] abc", "XY ^C abc| -",
+        // Pasted.
+        "XY ^V^V abcXYXY| -", "XY (^V XY|abc -", "XY (+>+>^V XY|c -", "XY +<+<^V aXY| -", "XY +)^V abcXY| -",
+        "XY (V^C) Vabc| -", "- +<^V ab| -", "- ^V abc| -", "1234567 ^V abc1234567| -", "12345678 <^V ab|c -",
+        "12345678 (+>^V 12345678|bc -", "123456789 (+>^V [a]|bc -", "\x01\xFF (^V \x01\xFF|abc -"};
+    for (const std::string strCase : aCases) {
         const auto words = Words(strCase);
         ShowField("abc");
         g_lpszClipboard = words[0].c_str();
         g_strCopied = "";
         Play(words[1]);
-        EXPECT_EQ(State(), words[2]) << strCase.substr(0, 40);
-        EXPECT_EQ(g_strCopied, words[3]) << strCase.substr(0, 40);
+        EXPECT_EQ(State(), words[2]) << strCase;
+        EXPECT_EQ(g_strCopied, words[3]) << strCase;
     }
     ShowField("abc");
-    g_lpszClipboard = nullptr;
-    Play("+<^V");
-    EXPECT_EQ(State(), "ab[|c]");
+    const std::string strLong(1000000, 'x');
+    for (const char *lpszText : {strLong.c_str(), static_cast<const char *>(nullptr)}) {
+        g_lpszClipboard = lpszText;
+        Play(")+<^V");
+        EXPECT_EQ(State(), "ab[|c]");
+    }
     platform_SetHostServices(nullptr);
     Play("^C)^V");
     EXPECT_EQ(State(), "abcc|") << "the library's own clipboard";
@@ -192,7 +179,7 @@ TEST_F(ControlsTest, ClipboardTakesAndGivesText) {
 
 TEST_F(ControlsTest, HostIsToldOfChanges) {
     ShowField("abc");
-    for (const auto [nKey, nTold] :
+    for (const auto &[nKey, nTold] :
          {std::pair(8, 1), {37, 1}, {46, 1}, {13, 0}, {38, 0}, {'C', 0}, {'V', 0}}) {
         g_nCallbacks = 0;
         tessel_OnKeyDown(nKey);
@@ -270,10 +257,8 @@ TEST_F(ControlsTest, PasswordShowsAsterisksAndKeepsItsText) {
     EXPECT_EQ(CountPixels(0, 3, 3, 200, 15), 40 * 15 + 15) << "four asterisks and the caret";
     Play("+(^C~");
     EXPECT_EQ(g_strCopied, "a|b/");
-    EXPECT_EQ(State(), "|");
-    EXPECT_EQ(CountPixels(0, 3, 3, 200, 15), 15);
     Play("hunter");
-    State();
+    EXPECT_EQ(State(), "hunter|");
     Play("+(x");
     Point("P200");
     Play("y");
@@ -282,16 +267,12 @@ TEST_F(ControlsTest, PasswordShowsAsterisksAndKeepsItsText) {
 
 TEST_F(ControlsTest, ButtonsHaveThreeLooksAndOneWayToSubmit) {
     const auto words = Words(
-        "D9 normal P34 pressed D30 pressed D36 focused D9 focused U9 focused P99 normal Tab focused Keys "
-        "focused "
-        "P9 pressed");
+        "D9 normal P34 pressed D30 pressed D36 focused D9 focused U9 focused P99 normal Tab focused Key "
+        "focused P9 pressed");
     for (const std::string strForm : {"", "<FORM ACTION=x>"}) {
         Load(WriteFile("page.html", strForm + "<INPUT TYPE=SUBMIT VALUE=Go>"));
         for (size_t i = 0; i < words.size(); i += 2) {
-            if (isdigit(words[i][1]))
-                Point(words[i]);
-            else
-                Play(words[i] == "Tab" ? "\t" : "! ");
+            isdigit(words[i][1]) ? Point(words[i]) : Play(words[i] == "Tab" ? "\t" : "! ");
             EXPECT_EQ(Look(), words[i + 1]) << words[i];
         }
         EXPECT_STREQ(g_lpMainFrame->_lpHistory->lpData, "page.html");
