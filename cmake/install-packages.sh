@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Installs what building takes and is missing, from Debian's packages; with --tests also what the tests take. Called by
-# ./run and ./test. Asks nothing of apt when everything is there.
+# Installs what building takes and is missing, from Debian's packages; with --tests also what the tests take, with --demo
+# what the server of the demo pages takes. Called by ./run and ./test. Asks nothing of apt when everything is there.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config libfreetype-dev libfontconfig-dev libpng-dev fonts-liberation)
+packages=(g++ cmake ninja-build pkg-config libfreetype-dev libfontconfig-dev libpng-dev libsdl2-dev fonts-liberation)
 if [[ ${1-} == --tests ]]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
+elif [[ ${1-} == --demo ]] && ! type -P python3 >/dev/null; then
+    packages+=(python3)
 fi
 
 # Without Debian's tools nothing is known about what is there: the build will say what it does not find.

@@ -1,8 +1,9 @@
-// Form: what binds the controls between a FORM tag and its end.
+// Form: what binds the controls between a FORM tag and its end, and sends their values.
 #pragma once
 
 #include <cstdint>
 
+#include "htmlparser.h"
 #include "list.h"
 
 class FormControl;
@@ -20,4 +21,13 @@ class Form {
     Form(const Form &) = delete;
     Form &operator=(const Form &) = delete;
     ~Form();
+
+    // Asks the Frame for the action with the values of all named controls, the last one first, as its query.
+    // Names and values go as they are, without any encoding. On the host's thread, in an event.
+    void Submit();
 };
+
+int OnTagForm(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+              int *lpRemaining);
+int OnTagInput(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+               int *lpRemaining);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "fontmanager.h"
+#include "form.h"
 #include "hyperlink.h"
 #include "image.h"
 #include "layout.h"
@@ -22,7 +23,7 @@ const TagEntry g_aTagTable[kTagCount + 1] = {
     {24, "U", 1, 0, OnTagU},           {4, "IMG", 0, 0, OnTagImg},        {7, "TABLE", 1, 0, OnTagTable},
     {8, "TR", 1, 0, OnTagTr},          {9, "TH", 1, 0, OnTagTd},          {10, "TD", 1, 0, OnTagTd},
     {14, "TITLE", 1, 0, OnTagTitle},   {2, "CENTER", 1, 0, OnTagCenter},  {13, "A", 1, 0, OnTagA},
-    {25, "FORM", 1, 0, nullptr},       {28, "INPUT", 1, 0, nullptr},      {5, "META", 0, 0, nullptr},
+    {25, "FORM", 1, 0, OnTagForm},     {28, "INPUT", 1, 0, OnTagInput},   {5, "META", 0, 0, nullptr},
     {0, nullptr, 0, 0, nullptr},
 };
 

@@ -25,10 +25,10 @@ std::string Repeat(const std::string &str, size_t nCount) {
 // Bytes that look like a page every now and then.
 std::string RandomPage(uint32_t nSeed, size_t nSize) {
     static const char *const aWords[] = {
-        "<",           ">",    "\"",           "=",    ";",           "&nbsp",     "<A HREF=",
-        "<FONT SIZE=", "</",   "<H1>",         "<P>",  "<CENTER>",    "</CENTER>", "<B>",
-        "<U>",         "</A>", "<TITLE>",      "<BR>", "<BODY TEXT=", "#",         "word ",
-        " ",           "\n",   "<FONT COLOR=", "<!--", "FACE=x"};
+        "<",       ">",      "\"",          "=",        ";",         "&nbsp",  "<A HREF=", "<FONT SIZE=",
+        "</",      "<H1>",   "<P>",         "<CENTER>", "</CENTER>", "<B>",    "<U>",      "</A>",
+        "<TITLE>", "<BR>",   "<BODY TEXT=", "#",        "word ",     " ",      "\n",       "<FONT COLOR=",
+        "<!--",    "FACE=x", "<INPUT",      "TYPE=",    "PASSWORD",  "SUBMIT", "SIZE=3",   "<FORM ACTION=x>"};
     std::mt19937 random(nSeed);
     std::string strPage;
     while (strPage.size() < nSize) {
@@ -94,6 +94,7 @@ TEST_F(HostileTest, LargePagesOfOneKind) {
         {"centres in centres", Repeat("<CENTER>x", kMany)},
         {"paragraphs without text", Repeat("<P>", kMany)},
         {"one-letter words", Repeat("a ", 500000)},
+        {"fields and forms in forms", Repeat("<FORM ACTION=x><INPUT><INPUT TYPE=SUBMIT VALUE=a>", kMany / 4)},
     };
     for (const auto &testCase : aCases)
         Show(testCase.lpszName, testCase.strPage);

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <thread>
 
@@ -130,7 +131,11 @@ TEST_F(RasterizerTest, EverySizeAndStyleHasSoundMetricsAndItsInkInsideTheCells) 
             const FontCells cells = Cells("ARIAL", nHeight, wStyle);
             EXPECT_TRUE(cells.nHeight >= nHeight && cells.nHeight <= 2 * nHeight) << cells.nHeight;
             EXPECT_TRUE(cells.nExternalLeading >= 0 && cells.nExternalLeading < nHeight / 2);
-            EXPECT_TRUE(cells.nAveCharWidth > nHeight / 3 && cells.nAveCharWidth < nHeight);
+            const std::string text = "a field is as wide as so many characters of a common text would be";
+            const int nText = std::transform_reduce(text.begin(), text.end(), 0, std::plus<>(),
+                                                    [&](char c) { return Advance(cells, c); });
+            EXPECT_NEAR(cells.nAveCharWidth, static_cast<double>(nText) / static_cast<double>(text.size()),
+                        1);
             EXPECT_GE(cells.nMaxCharWidth, Advance(cells, 'W'));
             for (int c = 0; c < 256; ++c) {
                 SCOPED_TRACE(c);

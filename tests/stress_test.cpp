@@ -38,7 +38,8 @@ class StressTest : public EngineTest {
         WriteFile("long.html", strLong);
         WriteFile(
             "links.html",
-            "<A HREF=long.html>one link that is long enough to be hit</A><BR><A HREF=missing.html>two</A>");
+            "<A HREF=long.html>one link that is long enough to be hit</A><BR><A HREF=missing.html>two</A>"
+            "<FORM ACTION=long.html><INPUT SIZE=9><INPUT TYPE=SUBMIT VALUE=\"a button to be hit\">");
         WriteFile("empty.html", "");
     }
 

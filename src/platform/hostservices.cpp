@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <new>
 
 namespace platform {
 
@@ -19,9 +20,13 @@ platform_HostServices Services() {
     return g_services;
 }
 
+// Null if memory runs out: a clipboard may hold anything.
 char *Copy(const char *lpsz) {
     const size_t nSize = strlen(lpsz) + 1;
-    return static_cast<char *>(memcpy(new char[nSize], lpsz, nSize));
+    char *lpCopy = new (std::nothrow) char[nSize];
+    if (lpCopy)
+        memcpy(lpCopy, lpsz, nSize);
+    return lpCopy;
 }
 
 }  // namespace
@@ -39,7 +44,7 @@ int SetClipboardText(const char *lpszText) {
         return services.set_clipboard_text(services.context, lpszText);
     ReleaseClipboard();
     g_lpszClipboard = Copy(lpszText);
-    return 1;
+    return g_lpszClipboard != nullptr;
 }
 
 void ReleaseClipboard() {

@@ -233,13 +233,37 @@ struct Measures {
     int nAscent, nDescent, nLeading, nAverage;
 };
 
+// How often the letters a to z, and behind them the space, occur in a thousand characters of English text.
+constexpr int kFrequencies[] = {64, 14, 27, 35, 100, 20, 14, 42, 63, 3, 6,  35, 20, 56,
+                                56, 17, 4,  49, 56,  71, 31, 10, 18, 3, 18, 2,  166};
+
+// In font units, weighted by how often a character occurs in a text; 0 if the font lacks one of them.
+int WeightedAverage(FT_Face lpFace) {
+    FT_Fixed nSum = 0;
+    for (int i = 0; i < static_cast<int>(std::size(kFrequencies)); ++i) {
+        const FT_UInt nGlyph = GlyphOf(lpFace, i < 26 ? 'a' + i : ' ');
+        FT_Fixed nAdvance = 0;
+        if (!nGlyph || FT_Get_Advance(lpFace, nGlyph, FT_LOAD_NO_SCALE, &nAdvance))
+            return 0;
+        nSum += std::clamp<FT_Fixed>(nAdvance, 0, INT16_MAX) * kFrequencies[i];
+    }
+    return static_cast<int>(nSum / 1000);
+}
+
+// From version 3 of the table on its figure is the mean of all glyphs, which a font with many wide ones makes far too
+// large for text. Before, it was the weighted average.
+int AverageWidth(FT_Face lpFace, const TT_OS2 *lpOs2) {
+    const int nWeighted = lpOs2->version >= 3 ? WeightedAverage(lpFace) : 0;
+    return nWeighted ? nWeighted : lpOs2->xAvgCharWidth;
+}
+
 Measures MeasureFace(FT_Face lpFace, int nHeight) {
     const FT_Size_Metrics &size = lpFace->size->metrics;
     Measures measures = {RoundPixels(size.ascender), RoundPixels(-size.descender), 0, 0};
     const auto *lpOs2 = static_cast<const TT_OS2 *>(FT_Get_Sfnt_Table(lpFace, FT_SFNT_OS2));
     if (!FT_IS_SCALABLE(lpFace) || !lpOs2 || lpOs2->version == 0xFFFF)
         return measures;
-    measures.nAverage = Scale(lpFace, lpOs2->xAvgCharWidth, nHeight);
+    measures.nAverage = Scale(lpFace, AverageWidth(lpFace, lpOs2), nHeight);
     const int nWindows = lpOs2->usWinAscent + lpOs2->usWinDescent;
     if (!nWindows)
         return measures;
