@@ -459,6 +459,8 @@ static int Complain(int code, const char *what, const char *why) {
 }
 
 static int RunWindow(const char *url) {
+    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION,
+                "0"); /* the pixels are here already; a GPU has nothing to add */
     if (SDL_Init(SDL_INIT_VIDEO) != 0)
         return Complain(EXIT_NO_WINDOW, "no display", SDL_GetError());
     s_firstEvent = SDL_RegisterEvents(EVENT_COUNT);
