@@ -236,12 +236,6 @@ static void InsertIntoAddress(const char *text) {
     }
 }
 
-static void OpenAddress(void) {
-    SetAddressFocus(false);
-    if (s_address.length > 0)
-        tessel_OpenURL(s_address.text);
-}
-
 static void OnAddressCtrlKey(SDL_Keycode key) {
     if (key == SDLK_a)
         s_address.isSelected = true;
@@ -264,7 +258,9 @@ static void OnAddressKey(SDL_Keycode key, bool ctrl) {
     if (ctrl) {
         OnAddressCtrlKey(key);
     } else if (key == SDLK_RETURN || key == SDLK_KP_ENTER) {
-        OpenAddress();
+        SetAddressFocus(false);
+        if (s_address.length > 0)
+            tessel_OpenURL(s_address.text);
     } else if (key == SDLK_ESCAPE || key == SDLK_TAB) {
         SetAddressFocus(false);
     } else if (key == SDLK_LEFT || key == SDLK_RIGHT) {
@@ -331,12 +327,9 @@ static void OnBarPress(int x, int y) {
     const int button = x < MARGIN ? -1 : (x - MARGIN) / BUTTON_WIDTH;
     const SDL_Point point = {x, y};
     const SDL_Rect box = AddressRect();
-    if (button == BUTTON_BACK)
-        tessel_Prev();
-    if (button == BUTTON_FORWARD)
-        tessel_Next();
-    if (button == BUTTON_STOP)
-        tessel_OnCancel();
+    static void (*const kButtons[BUTTON_COUNT])(void) = {tessel_Prev, tessel_Next, tessel_OnCancel};
+    if (button >= 0 && button < BUTTON_COUNT)
+        kButtons[button]();
     if (!SDL_PointInRect(&point, &box)) {
         SetAddressFocus(false);
     } else if (!s_address.hasFocus) {
@@ -354,16 +347,10 @@ static void OnMouse(const SDL_Event *event) {
     const uint16_t x = (uint16_t)SDL_clamp(column, 0, s_width - 1),
                    y = (uint16_t)SDL_clamp(row, 0, s_height - 1);
     const int button = isMotion ? 0 : event->button.button;
-    if (isMotion) {
-        if (s_heldButton == SDL_BUTTON_LEFT) {
-            tessel_OnLMouseDrag(x, y);
-        } else if (s_heldButton == SDL_BUTTON_RIGHT) {
-            tessel_OnRMouseDrag(x, y);
-        } else if (row >= 0) {
-            tessel_OnMouseMove(x, y);
-        } else {
-            tessel_OnMouseMove(UINT16_MAX, UINT16_MAX); /* nothing is under the pointer any more */
-        }
+    if (isMotion && s_heldButton != 0) {
+        (s_heldButton == SDL_BUTTON_LEFT ? tessel_OnLMouseDrag : tessel_OnRMouseDrag)(x, y);
+    } else if (isMotion) {
+        tessel_OnMouseMove(row >= 0 ? x : UINT16_MAX, row >= 0 ? y : UINT16_MAX); /* far away: over nothing */
     } else if (event->type == SDL_MOUSEBUTTONUP) {
         if (button == s_heldButton) {
             s_heldButton = 0;
