@@ -5,7 +5,8 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libfreetype-dev libfontconfig-dev libpng-dev libsdl2-dev fonts-liberation)
 if [[ ${1-} == --tests ]]; then
-    packages+=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
+    packages+=(libgtest-dev libgmock-dev libbenchmark-dev binutils libjpeg-turbo-progs libjpeg62-turbo-dev netpbm nginx-light
+        python3 xvfb xdotool xclip procps)
 elif [[ ${1-} == --demo ]] && ! type -P python3 >/dev/null; then
     packages+=(python3)
 fi

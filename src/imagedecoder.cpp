@@ -79,7 +79,9 @@ int DecodeJPEG(Image *lpImage, const uint8_t *lpData, uint32_t dwLength) {
         return 0;
     PixelArray pixels(dwWidth, dwHeight);
     uint32_t *lpPixels = pixels.Get();
-    if (!pixels || !jpg_JPGToRGB(lpData, nLength, &dwWidth, &dwHeight, &lpPixels, 0))
+    // A size of 0 has no pixels either, but the reader tells the user of it.
+    const bool bTooLarge = !pixels && dwWidth && dwHeight;
+    if (bTooLarge || !jpg_JPGToRGB(lpData, nLength, &dwWidth, &dwHeight, &lpPixels, 0) || !pixels)
         return 0;
     return pixels.GiveTo(lpImage);
 }

@@ -3,14 +3,14 @@
 namespace jpg {
 
 Bits BitReader::FillBytes(Bits bits) {
-    while (!_bStopped && bits._nBitCount <= 56) {
+    while (!_bStopped && bits._dwBitCount <= 56) {
         uint8_t bByte = _source.Byte();
         if (bByte == 0xFF) {
             uint8_t bNext = _source.Byte();
             while (bNext == 0xFF)
                 bNext = _source.Byte();
             if (bNext != 0) {
-                _bMarker = bNext;
+                _dwMarker = bNext;
                 _bStopped = true;
                 break;
             }
@@ -19,8 +19,8 @@ Bits BitReader::FillBytes(Bits bits) {
             _bStopped = true;
             break;
         }
-        bits._qwBitBuf |= uint64_t{bByte} << (56 - bits._nBitCount);
-        bits._nBitCount += 8;
+        bits._dwBitBuf |= uint64_t{bByte} << (56 - bits._dwBitCount);
+        bits._dwBitCount += 8;
     }
     return bits;
 }

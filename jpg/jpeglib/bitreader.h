@@ -12,24 +12,25 @@ namespace jpg {
 enum : uint8_t { kRestart0 = 0xD0, kRestart7 = 0xD7, kEndOfImage = 0xD9 };
 
 // The bits in hand, the next one at the top. Below the count there may stand more bits of the file, which the
-// next filling only repeats. It is handed about by value, to stay in two registers.
+// next filling only repeats. It is handed about by value, to stay in two registers. Both have 64 bits, so that
+// one filling lasts for several codes, and the count a sign.
 struct Bits {
-    uint64_t _qwBitBuf = 0;
-    int64_t _nBitCount = 0;
+    uint64_t _dwBitBuf = 0;
+    int64_t _dwBitCount = 0;
 
     // The next n bits, n from 1 to 63.
-    uint32_t Peek(int n) const { return static_cast<uint32_t>(_qwBitBuf >> (64 - n)); }
+    uint32_t Peek(int n) const { return static_cast<uint32_t>(_dwBitBuf >> (64 - n)); }
 
     void Drop(int n) {
-        _qwBitBuf <<= n;
-        _nBitCount -= n;
+        _dwBitBuf <<= n;
+        _dwBitCount -= n;
     }
 
     // Reads n bits, 1 to 16, as T.81 writes the values of n bits (F.2.2.1, EXTEND): those without the top bit
     // set are the negative ones.
     int32_t Extend(int n) {
         const int32_t nBits = static_cast<int32_t>(Peek(n));
-        const int32_t nNegative = ~static_cast<int32_t>(static_cast<int64_t>(_qwBitBuf) >> 63);
+        const int32_t nNegative = ~static_cast<int32_t>(static_cast<int64_t>(_dwBitBuf) >> 63);
         Drop(n);
         return nBits + (nNegative & (1 - (1 << n)));
     }
@@ -52,30 +53,28 @@ class BitReader {
         if (_bStopped || !_source.PeekEight(&qw) || ((~qw - kOnes) & qw & (kOnes << 7)))
             return FillBytes(bits);
         // None of the eight is 0xFF. Seven or fewer find room.
-        bits._qwBitBuf |= qw >> bits._nBitCount;
-        _source.Skip(static_cast<size_t>(63 - bits._nBitCount) >> 3);
-        bits._nBitCount |= 56;
+        bits._dwBitBuf |= qw >> bits._dwBitCount;
+        _source.Skip(static_cast<size_t>(63 - bits._dwBitCount) >> 3);
+        bits._dwBitCount |= 56;
         return bits;
     }
 
-    // Whether nothing is left before the marker but the ones that fill up the last byte.
+    // Whether nothing is left before the marker but what fills up the last byte.
     bool IsAtPadding() {
         _bits = FillBytes(_bits);
-        if (_bits._nBitCount >= 8)
-            return false;
-        return _bits._nBitCount <= 0 || ~_bits._qwBitBuf >> (64 - _bits._nBitCount) == 0;
+        return _bits._dwBitCount < 8;
     }
 
     // Drops the bits in hand and goes on behind the next marker, which it returns; 0 if there is none. Fill
     // bytes before a marker and what looks like a stuffed zero are passed over.
-    uint8_t TakeMarker() {
-        uint8_t bMarker = _bMarker;
-        while (!_source.Failed() && (bMarker == 0 || bMarker == 0xFF))
-            bMarker = bMarker == 0xFF ? _source.Byte() : _source.Marker();
+    uint32_t TakeMarker() {
+        uint32_t dwMarker = _dwMarker;
+        while (!_source.Failed() && (dwMarker == 0 || dwMarker == 0xFF))
+            dwMarker = dwMarker == 0xFF ? _source.Byte() : _source.Marker();
         _bits = {};
-        _bMarker = 0;
+        _dwMarker = 0;
         _bStopped = false;
-        return bMarker;
+        return dwMarker;
     }
 
   private:
@@ -83,7 +82,7 @@ class BitReader {
     Bits FillBytes(Bits bits);
 
     ByteReader _source;
-    uint8_t _bMarker = 0;    // met, and not yet taken
+    uint32_t _dwMarker = 0;  // met, and not yet taken
     bool _bStopped = false;  // at the marker or at the end
 };
 

@@ -67,7 +67,7 @@ LookUp FindLongCode(const HuffDecodeTable *lpTable, Bits bits) {
         ++l;
     const uint8_t bLength = static_cast<uint8_t>(l);
     if (l > kLongestCode) {
-        if (bits._nBitCount >= l)
+        if (bits._dwBitCount >= l)
             ShowMessage("Got bad Huffman code in HuffDecode");
         return {0, 0, bLength};
     }

@@ -9,6 +9,8 @@
 
 #include <cstring>
 
+#include "tables.h"
+
 namespace jpg {
 
 namespace {
@@ -102,7 +104,7 @@ template <class Number>
     Interleave(aTurned, lpTo);
 }
 
-// Only 10 bits of a number count, so what no regular file has wraps around. Then comes the level shift.
+// As LevelToSample, for loops over a block.
 uint8_t ToSample(int16_t n) {
     n = static_cast<int16_t>(n * 64);
     n = static_cast<int16_t>((n >> 6) + 128);
@@ -111,21 +113,12 @@ uint8_t ToSample(int16_t n) {
     return static_cast<uint8_t>(n);
 }
 
-template <class Number>
-void Store(const Number *lpNumbers, uint8_t *lpSamples, int nPitch) {
-    uint8_t abSamples[64];
-    for (int i = 0; i < 64; ++i)
-        abSamples[i] = ToSample(static_cast<int16_t>(lpNumbers[i]));
-    for (int r = 0; r < 8; ++r, lpSamples += nPitch)
-        memcpy(lpSamples, abSamples + 8 * r, 8);
-}
-
 // --- A block ---
 
 // Coefficients are 0 but for the first kSide rows and columns. False if the numbers become too large.
 template <int kSide>
 [[gnu::always_inline]] inline bool SmallIDCT(const uint16_t *lpQuant, const int16_t *lpCoef,
-                                             uint8_t *lpSamples, int nPitch) {
+                                             uint8_t *lpSamples) {
     int16_t anNumbers[64], anWork[64];
     uint32_t dwSpread = 0;
     int16_t nQuants = 0;
@@ -141,12 +134,12 @@ template <int kSide>
     Transpose(anWork, anNumbers);
     Columns<kRowShift, kSide>(anNumbers, anWork);
     Transpose(anWork, anNumbers);
-    Store(anNumbers, lpSamples, nPitch);
+    for (int i = 0; i < 64; ++i)
+        lpSamples[i] = ToSample(anNumbers[i]);
     return true;
 }
 
-[[gnu::noinline]] void LargeIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples,
-                                 int nPitch) {
+[[gnu::noinline]] void LargeIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
     uint32_t adwNumbers[64], adwWork[64];
     for (int i = 0; i < 64; ++i)
         adwNumbers[i] = static_cast<uint32_t>(lpCoef[i] * lpQuant[i]);
@@ -162,27 +155,26 @@ template <int kSide>
     Transpose(adwWork, adwNumbers);
     Columns<kRowShift, 8>(adwNumbers, adwWork);
     Transpose(adwWork, adwNumbers);
-    Store(adwNumbers, lpSamples, nPitch);
+    for (int i = 0; i < 64; ++i)
+        lpSamples[i] = LevelToSample(static_cast<int32_t>(adwNumbers[i]));
 }
 
 }  // namespace
 
-void jpg_IDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples, int nPitch) {
-    if (!SmallIDCT<8>(lpQuant, lpCoef, lpSamples, nPitch))
-        LargeIDCT(lpQuant, lpCoef, lpSamples, nPitch);
+void jpg_IDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
+    if (!SmallIDCT<8>(lpQuant, lpCoef, lpSamples))
+        LargeIDCT(lpQuant, lpCoef, lpSamples);
 }
 
-void QuarterIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples, int nPitch) {
-    if (!SmallIDCT<4>(lpQuant, lpCoef, lpSamples, nPitch))
-        LargeIDCT(lpQuant, lpCoef, lpSamples, nPitch);
+void QuarterIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
+    if (!SmallIDCT<4>(lpQuant, lpCoef, lpSamples))
+        LargeIDCT(lpQuant, lpCoef, lpSamples);
 }
 
-void FlatIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples, int nPitch) {
+void FlatIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
     const uint32_t dwFirst = static_cast<uint32_t>(lpCoef[0] * lpQuant[0]) << (kPassBits + kFraction);
     const int32_t n = static_cast<int32_t>(dwFirst + (1u << (kRowShift - 1))) >> kRowShift;
-    const uint8_t bSample = ToSample(static_cast<int16_t>(n));
-    for (int r = 0; r < 8; ++r, lpSamples += nPitch)
-        memset(lpSamples, bSample, 8);
+    memset(lpSamples, LevelToSample(n), 64);
 }
 
 }  // namespace jpg

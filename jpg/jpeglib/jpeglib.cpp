@@ -11,6 +11,7 @@
 #include <new>
 
 #include "scan.h"
+#include "tables.h"
 
 namespace jpg {
 
@@ -85,6 +86,7 @@ bool ReadAPP0(ByteReader *lpReader) {
     lpReader->Skip(1);
     if (lpReader->Byte() != 1)
         return !lpReader->Failed() && Complain("Got invalid version number in JFIF M_APP0");
+    lpReader->Skip(6);  // minor version, units and densities, which are read even beyond a short segment
     segment.SkipRest();
     return true;
 }
@@ -157,7 +159,7 @@ bool ReadComponent(ByteReader *lpReader, JpegComponent *lpComponent) {
     if (lpComponent->_bH == 0 || lpComponent->_bH > kMaxFactor || lpComponent->_bV == 0 ||
         lpComponent->_bV > kMaxFactor)
         return Complain("Got invalid H/V Sample Factor in JFIF M_SOF0");
-    return lpComponent->_bQuant < kTables;
+    return true;
 }
 
 // The frame header, of a picture of just the given size if there is one.
@@ -171,11 +173,9 @@ bool ReadSOF0(ByteReader *lpReader, JpegState *lpState, const PictureSize *lpWan
     const PictureSize size = {lpState->_wWidth, lpState->_wHeight};
     if (!size.dwWidth || !size.dwHeight || !lpState->_bComponents || (lpWanted && size != *lpWanted))
         return Complain("Invalid or insufficient information in JFIF M_SOF0");
-    if (IsTooLarge(size) || (lpState->_bComponents != 1 && lpState->_bComponents != kComponents))
-        return false;
     lpState->_bMaxH = lpState->_bMaxV = 1;
     for (int c = 0; c < lpState->_bComponents; ++c) {
-        JpegComponent &component = lpState->_aComponents[c];
+        JpegComponent component = {};
         if (!ReadComponent(lpReader, &component))
             return false;
         // The MCU of a component that is alone is one block, whatever its factors (T.81, A.2.2).
@@ -183,19 +183,28 @@ bool ReadSOF0(ByteReader *lpReader, JpegState *lpState, const PictureSize *lpWan
             component._bH = component._bV = 1;
         lpState->_bMaxH = std::max(lpState->_bMaxH, component._bH);
         lpState->_bMaxV = std::max(lpState->_bMaxV, component._bV);
+        if (c < kMaxComponents)
+            lpState->_aComponents[c] = component;
     }
-    lpState->_wMCUsPerRow = static_cast<uint16_t>((size.dwWidth - 1) / (8u * lpState->_bMaxH) + 1);
+    for (int c = 0; c < std::min<int>(lpState->_bComponents, kComponents); ++c) {
+        lpState->_anRatioH[c] = lpState->_bMaxH / lpState->_aComponents[c]._bH;
+        lpState->_anRatioV[c] = lpState->_bMaxV / lpState->_aComponents[c]._bV;
+    }
+    lpState->_bMCUsPerRow = static_cast<uint16_t>((size.dwWidth - 1) / (8u * lpState->_bMaxH) + 1);
     return true;
 }
 
-// Whether everything is there that the scan refers to.
+// Whether the picture is grey or of three colours, and everything is there that its scan refers to.
 bool IsComplete(const JpegState &state) {
+    if (state._bComponents != 1 && state._bComponents != kComponents)
+        return false;
     for (int c = 0; c < state._bComponents; ++c) {
         const JpegComponent &component = state._aComponents[c];
-        if (!state._aDCDecode[component._bDC]._lpTable || !state._aACDecode[component._bAC]._lpTable)
+        if (component._bQuant >= kTables || component._bDC >= kTables || component._bAC >= kTables ||
+            !state._aDCDecode[component._bDC]._lpTable || !state._aACDecode[component._bAC]._lpTable)
             return false;
     }
-    return state._bComponents > 0;
+    return true;
 }
 
 bool ReadSOS(ByteReader *lpReader, JpegState *lpState) {
@@ -215,8 +224,6 @@ bool ReadSOS(ByteReader *lpReader, JpegState *lpState) {
         const uint8_t bTables = lpReader->Byte();
         component._bDC = bTables >> 4;
         component._bAC = bTables & 15;
-        if (component._bDC >= kTables || component._bAC >= kTables)
-            return false;
     }
     segment.SkipRest();
     return !lpReader->Failed() && IsComplete(*lpState);
@@ -263,9 +270,11 @@ Stop ReadHeader(ByteReader *lpReader, JpegState *lpState, const PictureSize *lpW
     return Stop::kFailed;
 }
 
-// The array for a picture whose frame header has been read. Black, since a file may end before all of it is
-// drawn.
+// The array for a picture whose frame header has been read, null if that is too large. Black, since a file may
+// end before all of it is drawn.
 uint32_t *NewPixels(const JpegState &state) {
+    if (IsTooLarge({state._wWidth, state._wHeight}))
+        return nullptr;
     return new (std::nothrow) uint32_t[size_t{state._wWidth} * state._wHeight]();
 }
 
@@ -296,6 +305,7 @@ int jpg_GetDimensions(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, u
         !IsGiven(lpWidth, "Cannot pass NULL source width  to jpg_GetDimensions") ||
         !IsGiven(lpHeight, "Cannot pass NULL source height to jpg_GetDimensions"))
         return 0;
+    PrepareTables();
     *lpWidth = *lpHeight = 0;
     ByteReader reader(lpSource, static_cast<size_t>(nLength));
     bool bJFIF = false;
@@ -314,11 +324,11 @@ int jpg_GetDimensions(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, u
     }
     reader.Skip(3);  // length and precision
     const uint32_t dwHeight = reader.Word();
-    const PictureSize size = {reader.Word(), dwHeight};
-    if (reader.Failed() || IsTooLarge(size))
+    const uint32_t dwWidth = reader.Word();
+    if (reader.Failed())
         return 0;
-    *lpWidth = size.dwWidth;
-    *lpHeight = size.dwHeight;
+    *lpWidth = dwWidth;
+    *lpHeight = dwHeight;
     return 1;
 }
 
@@ -330,6 +340,7 @@ int jpg_JPGToRGB(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, uint32
         !IsGiven(lpHeight, "Cannot pass NULL source height to jpg_JPGToRGB") ||
         !IsGiven(lppDest, "Cannot pass NULL dest   buffer to jpg_JPGToRGB"))
         return 0;
+    PrepareTables();
     if (bAllocate) {
         *lpWidth = *lpHeight = 0;
         *lppDest = nullptr;

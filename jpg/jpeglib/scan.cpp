@@ -23,20 +23,22 @@ constexpr int kMostValueBits = 16;
 
 // --- A block ---
 
-// What the next code is, with enough bits in hand for all that belongs to it. The code is not yet dropped.
-[[gnu::always_inline]] inline LookUp NextCode(const HuffDecodeTable &table, BitReader *lpReader,
-                                              Bits *lpBits) {
-    if (lpBits->_nBitCount < BitReader::kEnough)
+// Takes the next code, and leaves enough bits in hand for all that belongs to it.
+[[gnu::always_inline]] inline LookUp HuffDecode(const HuffDecodeTable &table, BitReader *lpReader,
+                                                Bits *lpBits) {
+    if (lpBits->_dwBitCount < BitReader::kEnough)
         *lpBits = lpReader->Fill(*lpBits);
-    const LookUp look = table._aLookUp[lpBits->Peek(kLookBits)];
-    return look.bLength ? look : FindLongCode(&table, *lpBits);
+    LookUp look = table._aLookUp[lpBits->Peek(kLookBits)];
+    if (!look.bLength)
+        look = FindLongCode(&table, *lpBits);
+    lpBits->Drop(look.bLength);
+    return look;
 }
 
 // The difference to the first coefficient of the block before. False for one of more bits than there are.
 [[gnu::always_inline]] inline bool ReadDifference(const HuffDecodeTable &table, BitReader *lpReader,
                                                   Bits *lpBits, int32_t *lpnDifference) {
-    const LookUp look = NextCode(table, lpReader, lpBits);
-    lpBits->Drop(look.bLength);
+    const LookUp look = HuffDecode(table, lpReader, lpBits);
     *lpnDifference = look.nValue;
     if (look.nValue)
         return look.bSymbol == 0;
@@ -57,9 +59,8 @@ int DecodeBlock(const HuffDecodeTable &dc, const HuffDecodeTable &ac, BitReader 
     *lpLastDC = static_cast<int32_t>(static_cast<uint32_t>(*lpLastDC) + static_cast<uint32_t>(nDifference));
     lpCoef[0] = static_cast<int16_t>(*lpLastDC);
     for (int k = 1; k < 64 && nLast != kBadBlock; ++k) {
-        const LookUp look = NextCode(ac, lpReader, &bits);
+        const LookUp look = HuffDecode(ac, lpReader, &bits);
         int nValue = look.nValue;
-        bits.Drop(look.bLength);
         if (nValue) {
             k += look.bSymbol;
         } else {
@@ -80,11 +81,11 @@ int DecodeBlock(const HuffDecodeTable &dc, const HuffDecodeTable &ac, BitReader 
 // Makes samples of coefficients, which become 0 again.
 void Transform(int nLast, const uint16_t *lpQuant, int16_t *lpCoef, uint8_t *lpSamples) {
     if (nLast == 0) {
-        FlatIDCT(lpQuant, lpCoef, lpSamples, Strip::kWidth);
+        FlatIDCT(lpQuant, lpCoef, lpSamples);
         lpCoef[0] = 0;
     } else {
         const auto lpfnTransform = nLast <= kLastOfQuarter ? QuarterIDCT : jpg_IDCT;
-        lpfnTransform(lpQuant, lpCoef, lpSamples, Strip::kWidth);
+        lpfnTransform(lpQuant, lpCoef, lpSamples);
         memset(lpCoef, 0, 64 * sizeof *lpCoef);
     }
 }
@@ -103,7 +104,7 @@ class Scan {
   private:
     Outcome DecodeMCU();
     Outcome EndEarly(BitReader before);
-    Outcome ActOnMarker(uint8_t bMarker);
+    Outcome ActOnMarker(uint32_t dwMarker);
 
     JpegState &_state;
     BitReader _reader;
@@ -112,7 +113,7 @@ class Scan {
 
 Outcome Scan::Run() {
     const uint32_t dwRows = (_state._wHeight - 1u) / (8u * _state._bMaxV) + 1;
-    uint32_t dwLeft = _state._wMCUsPerRow * dwRows;
+    uint32_t dwLeft = _state._bMCUsPerRow * dwRows;
     Outcome outcome = Outcome::kGoOn;
     while (outcome == Outcome::kGoOn) {
         if (dwLeft == 0 || (_state._wRestartInterval && _state._wRestartsToGo == 0)) {
@@ -142,11 +143,12 @@ Outcome Scan::DecodeMCU() {
         for (int v = 0; v < component._bV; ++v) {
             for (int h = 0; h < component._bH; ++h) {
                 const int nLast = DecodeBlock(dc, ac, &_reader, &_state._anLastDC[c], _state._aCoef);
-                if (_reader._bits._nBitCount < 0)
+                if (_reader._bits._dwBitCount < 0)
                     return Outcome::kShort;
                 if (nLast == kBadBlock)
                     return Outcome::kFailed;
-                Transform(nLast, lpQuant, _state._aCoef, _strip.Block(c, h, v));
+                Transform(nLast, lpQuant, _state._aCoef, _state._aSamples);
+                _strip.Put(c, h, v, _state._aSamples);
             }
         }
     }
@@ -156,16 +158,16 @@ Outcome Scan::DecodeMCU() {
 // An MCU has run out of bits; the reader is given as it was before.
 Outcome Scan::EndEarly(BitReader before) {
     const bool bWholeMCUs = before.IsAtPadding();
-    const uint8_t bMarker = before.TakeMarker();
-    return bMarker == kEndOfImage && !bWholeMCUs ? Outcome::kFailed : ActOnMarker(bMarker);
+    const uint32_t dwMarker = before.TakeMarker();
+    return dwMarker == kEndOfImage && !bWholeMCUs ? Outcome::kFailed : ActOnMarker(dwMarker);
 }
 
-Outcome Scan::ActOnMarker(uint8_t bMarker) {
-    if (bMarker == 0)
+Outcome Scan::ActOnMarker(uint32_t dwMarker) {
+    if (dwMarker == 0)
         return Outcome::kFailed;
-    if (bMarker == kEndOfImage)
+    if (dwMarker == kEndOfImage)
         return Outcome::kEnd;
-    if (bMarker < kRestart0 || bMarker > kRestart7) {
+    if (dwMarker < kRestart0 || dwMarker > kRestart7) {
         ShowMessage("Unhandled marker in JPG data stream");
         return Outcome::kFailed;
     }

@@ -44,9 +44,12 @@ struct JpegState {
     HuffDecodeTable _aDCDecode[kTables];
     uint8_t _bMaxH;
     uint8_t _bMaxV;
-    uint16_t _wMCUsPerRow;
+    uint16_t _bMCUsPerRow;           // 8 bits would not do: a row may have up to 8192
+    int32_t _anRatioH[kComponents];  // _bMaxH / _bH and _bMaxV / _bV, in whole numbers
+    int32_t _anRatioV[kComponents];
     int32_t _anLastDC[kComponents];
-    int16_t _aCoef[64];  // in natural order; all 0 between two blocks
+    int16_t _aCoef[64];     // in natural order; all 0 between two blocks
+    uint8_t _aSamples[64];  // of the same block, row by row; bytes, as they are in _aMCU
 };
 
 // Tells the user, if there is a way to.

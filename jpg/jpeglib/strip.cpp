@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "tables.h"
+
 namespace jpg {
 
 namespace {
@@ -65,16 +67,30 @@ void Repeat(const uint8_t *lpFrom, int nCount, uint8_t *__restrict lpTo) {
     }
 }
 
+// Whether every component is repeated once, twice or four times across, and evenly down.
+bool IsEven(const JpegState &state) {
+    for (int c = 0; c < state._bComponents; ++c) {
+        const JpegComponent &component = state._aComponents[c];
+        if (state._anRatioH[c] * component._bH != state._bMaxH || state._anRatioH[c] == 3 ||
+            state._anRatioV[c] * component._bV != state._bMaxV)
+            return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 // --- The MCUs ---
 
 Strip::Strip(const JpegState &state, uint32_t *lpPixels)
-    : _state(state), _lpPixels(lpPixels), _nMaxMCUs(kWidth / (kBlock * state._bMaxH)) {}
+    : _state(state),
+      _lpPixels(lpPixels),
+      _nMaxMCUs(kWidth / (kBlock * state._bMaxH)),
+      _bEven(IsEven(state)) {}
 
 void Strip::Add() {
     ++_nMCUs;
-    if (_nMCUs == _nMaxMCUs || _nColumn + _nMCUs == _state._wMCUsPerRow)
+    if (_nMCUs == _nMaxMCUs || _nColumn + _nMCUs == _state._bMCUsPerRow)
         Flush();
 }
 
@@ -86,11 +102,13 @@ void Strip::Flush() {
     uint32_t *lpPixels = _lpPixels + static_cast<size_t>(y) * _state._wWidth + static_cast<size_t>(x);
     if (nWidth > 0 && _state._bComponents == 1)
         WriteGrey(nWidth, nHeight, lpPixels);
-    else if (nWidth > 0)
+    else if (nWidth > 0 && _bEven)
         WriteColor(nWidth, nHeight, lpPixels);
+    else if (nWidth > 0)
+        WriteUneven(nWidth, nHeight, lpPixels);
     _nColumn += _nMCUs;
     _nMCUs = 0;
-    if (_nColumn == _state._wMCUsPerRow) {
+    if (_nColumn == _state._bMCUsPerRow) {
         _nColumn = 0;
         ++_nRow;
     }
@@ -113,26 +131,35 @@ void Strip::WriteColor(int nWidth, int nHeight, uint32_t *lpPixels) const {
     }
 }
 
-int Strip::SourceRow(int nComponent, int y) const {
-    return y * _state._aComponents[nComponent]._bV / _state._bMaxV;
+// Pixel by pixel, for any factors.
+void Strip::WriteUneven(int nWidth, int nHeight, uint32_t *lpPixels) const {
+    const JpegComponent *lpComponents = _state._aComponents;
+    for (int y = 0; y < nHeight; ++y, lpPixels += _state._wWidth) {
+        const uint8_t *alpRows[kComponents];
+        for (int c = 0; c < kComponents; ++c)
+            alpRows[c] = _aMCU[c][y * lpComponents[c]._bV / _state._bMaxV];
+        for (int x = 0; x < nWidth; ++x) {
+            const auto sample = [&](int c) { return alpRows[c][x * lpComponents[c]._bH / _state._bMaxH]; };
+            lpPixels[x] = MakePixel(sample(0), sample(1), sample(2));
+        }
+    }
 }
 
-// The samples of a component for row y of the pixels, one for each pixel of the complete MCUs.
+// The row of a component's samples that row y of the pixels takes.
+const uint8_t *Strip::SourceRow(int nComponent, int y) const {
+    return _aMCU[nComponent][y / _state._anRatioV[nComponent]];
+}
+
+// That row, with one sample for each pixel of the complete MCUs.
 const uint8_t *Strip::WideRow(int nComponent, int y, Row *lpBuffer) const {
-    const uint8_t *lpRow = _aMCU[nComponent][SourceRow(nComponent, y)];
-    const int nFactor = _state._aComponents[nComponent]._bH;
-    const int nCount = _nMCUs * kBlock * nFactor;
-    if (nFactor == _state._bMaxH)
+    const uint8_t *lpRow = SourceRow(nComponent, y);
+    const int nCount = _nMCUs * kBlock * _state._aComponents[nComponent]._bH;
+    if (_state._anRatioH[nComponent] == 1)
         return lpRow;
-    if (nFactor * 2 == _state._bMaxH) {
+    if (_state._anRatioH[nComponent] == 2)
         Repeat<2>(lpRow, nCount, *lpBuffer);
-    } else if (nFactor * 4 == _state._bMaxH) {
+    else
         Repeat<4>(lpRow, nCount, *lpBuffer);
-    } else {
-        const int nWide = _nMCUs * kBlock * _state._bMaxH;
-        for (int x = 0; x < nWide; ++x)
-            (*lpBuffer)[x] = lpRow[x * nFactor / _state._bMaxH];
-    }
     return *lpBuffer;
 }
 

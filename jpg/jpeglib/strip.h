@@ -5,6 +5,8 @@
 // others 8 rows of 128; for one in 4:4:4 all three use 8 rows of 256.
 #pragma once
 
+#include <cstring>
+
 #include "state.h"
 
 namespace jpg {
@@ -17,11 +19,12 @@ class Strip {
     // Of a picture whose frame header has been read, and its pixels.
     Strip(const JpegState &state, uint32_t *lpPixels);
 
-    // Where the samples of a block belong, rows kWidth apart: of the MCU that comes next, the block in column
-    // h and row v of a component.
-    uint8_t *Block(int nComponent, int h, int v) {
+    // Takes the samples of a block, row by row: of the MCU that comes next, the block in column h and row v of a
+    // component.
+    void Put(int nComponent, int h, int v, const uint8_t *lpSamples) {
         const int x = (_nMCUs * _state._aComponents[nComponent]._bH + h) * kBlock;
-        return &_aMCU[nComponent][v * kBlock][x];
+        for (int y = 0; y < kBlock; ++y)
+            memcpy(&_aMCU[nComponent][v * kBlock + y][x], lpSamples + kBlock * y, kBlock);
     }
 
     // That MCU is complete.
@@ -35,7 +38,8 @@ class Strip {
 
     void WriteGrey(int nWidth, int nHeight, uint32_t *lpPixels) const;
     void WriteColor(int nWidth, int nHeight, uint32_t *lpPixels) const;
-    int SourceRow(int nComponent, int y) const;
+    void WriteUneven(int nWidth, int nHeight, uint32_t *lpPixels) const;
+    const uint8_t *SourceRow(int nComponent, int y) const;
     const uint8_t *WideRow(int nComponent, int y, Row *lpBuffer) const;
 
     const JpegState &_state;
@@ -44,6 +48,7 @@ class Strip {
     int _nMCUs = 0;       // complete
     int _nColumn = 0;     // where they begin in the picture, in MCUs
     int _nRow = 0;
+    bool _bEven;  // every component is repeated once, twice or four times across, and evenly down
     Row _aMCU[kComponents][kHeight];
 };
 
