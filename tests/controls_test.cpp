@@ -48,13 +48,14 @@ class ControlsTest : public EngineTest {
         Load(WriteFile("page.html", "<INPUT VALUE=\"" + strValue + "\" " + strMore + ">"));
         tessel_OnKeyDown(kTab);
     }
-    // "P9" a press, "D9" a drag, "U9" a release, 9 pixels to the right of nLeft.
+    // "M9" a move, "P9" a move and a press, "D9" a drag, "U9" a release, 9 pixels to the right of nLeft.
     static void Point(const std::string &strWord, int nLeft = 0) {
         const auto x = static_cast<uint16_t>(nLeft + atoi(strWord.c_str() + 1));
-        if (strWord[0] == 'P')
+        const char c = strWord[0];
+        if (c == 'M' || c == 'P')
             tessel_OnMouseMove(x, 10);
-        const auto lpfnSend = strWord[0] == 'D' ? tessel_OnLMouseDrag : tessel_OnLMouseUp;
-        (strWord[0] == 'P' ? tessel_OnLMouseDown : lpfnSend)(x, 10);
+        if (c != 'M')
+            (c == 'P' ? tessel_OnLMouseDown : c == 'D' ? tessel_OnLMouseDrag : tessel_OnLMouseUp)(x, 10);
     }
     static void Key(int nKey, int nHeld) {
         tessel_OnKeyDown(nHeld);
@@ -190,14 +191,14 @@ TEST_F(ControlsTest, HostIsToldOfChanges) {
 }
 
 TEST_F(ControlsTest, PointerSetsTheCaretAndSelects) {
-    // A press, and drags from there on; what comes of each.
+    // A press, and drags from there on; what comes of each. The '/' is 8 wide for the pointer.
     const char *const aCases[] = {
-        "P1 |abcdef", "P6 |abcdef", "P7 a|bcdef", "P16 a|bcdef", "P17 ab|cdef", "P180 abcdef|",
-        "P37 abcd|ef D57 abcd[ef]| D50 abcd[e]|f D17 ab|cdef D7 a[|b]cdef D1 [|ab]cdef",
-        "P37 abcd|ef D17 ab[|cd]ef D27 abc[|d]ef D37 abcd|ef D57 abcd[ef]|",
+        "P1 |/bcdef", "P6 |/bcdef", "P7 /|bcdef", "P14 /|bcdef", "P15 /b|cdef", "P180 /bcdef|",
+        "P37 /bcd|ef D57 /bcd[ef]| D50 /bcd[e]|f D17 /b|cdef D7 /[|b]cdef D1 [|/b]cdef",
+        "P37 /bcd|ef D17 /b[|cd]ef D27 /bc[|d]ef D37 /bcd|ef D57 /bcd[ef]|",
         // Off the field and on again: only a move brings it back.
-        "P7 a|bcdef D37 a[bcd]|ef D195 a[bcd]|ef D17 a[bcd]|ef"};
-    WriteFile("field", "<INPUT VALUE=abcdef SIZE=18>");
+        "P7 /|bcdef D37 /[bcd]|ef D195 /[bcd]|ef D17 /[bcd]|ef"};
+    WriteFile("field", "<INPUT VALUE=/bcdef SIZE=18>");
     for (const int x : {0, 200}) {
         Load("field");
         const Page *lpPage = g_lpMainFrame->_lpPage;
@@ -267,7 +268,8 @@ TEST_F(ControlsTest, PasswordShowsAsterisksAndKeepsItsText) {
 
 TEST_F(ControlsTest, ButtonsHaveThreeLooksAndOneWayToSubmit) {
     const auto words = Words(
-        "D9 normal P34 pressed D30 pressed D36 focused D9 focused U9 focused P99 normal Tab focused Key "
+        "M9 normal U9 normal P34 pressed D30 pressed D36 focused D9 focused U9 focused P99 normal Tab "
+        "focused Key "
         "focused P9 pressed");
     for (const std::string strForm : {"", "<FORM ACTION=x>"}) {
         Load(WriteFile("page.html", strForm + "<INPUT TYPE=SUBMIT VALUE=Go>"));
@@ -313,4 +315,7 @@ TEST_F(ControlsTest, ControlsAreCutAtTheEdges) {
     State();
     EXPECT_EQ(CountPixels(kSelection, 0, 0, 60, 25), (20 - 1) * 4)
         << "as wide as the field allows, less the caret";
+    Play(")");
+    State();
+    EXPECT_EQ(CountPixels(0, 26, 0, 60, 25), 0) << "a caret that is out of sight";
 }

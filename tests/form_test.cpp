@@ -121,6 +121,7 @@ TEST_F(FormTest, ControlsAreBoxesInTheirLines) {
          "0,0 10x18 \"a\"\n10,0 26x25 box\n0,0 0x0 box\n36,0 34x26 box\n70,0 14x26 box\n84,0 10x18 \"b\"\n"},
         {"a<FORM><INPUT SIZE=2>", "0,0 10x18 \"a\"\n10,0 26x25 box\n"},
         {"a<FORM ACTION=x><INPUT SIZE=2>", "0,0 10x18 \"a\"\n0,18 26x25 box\n"},
+        {"a<BR><FORM ACTION=x><INPUT SIZE=2>", "0,0 10x18 \"a\"\n0,18 26x25 box\n"},
         {"<INPUT SIZE=2><INPUT SIZE=7>", "0,0 26x25 box\n0,25 76x25 box\n"},
         {"<TABLE><TD><INPUT SIZE=7></TD><TD>b</TABLE>", "0,0 76x25 box\n76,0 10x18 \"b\"\n"}};
     for (const auto &[lpszHTML, lpszDump] : aCases)
