@@ -7,6 +7,7 @@
 
 #include "bench.h"
 #include "mainframe.h"
+#include "table.h"
 #include "tessel.h"
 
 namespace {
@@ -89,6 +90,47 @@ BENCHMARK(LongParagraphRelayout)
     ->Range(16, 1024)
     ->Unit(benchmark::kMicrosecond)
     ->Complexity(benchmark::oN);
+
+// --- A long table
+// -----------------------------------------------------------------------------------------------------
+
+// Rows of three columns, texts among them that wrap.
+std::string MakeTable(int64_t nRows) {
+    std::string strHTML = "<TABLE>";
+    for (int64_t i = 0; i < nRows; ++i)
+        strHTML += "<TR><TD>" + std::to_string(i) +
+                   "</TD><TD WIDTH=200>a few words that take more than a line</TD>"
+                   "<TD ALIGN=RIGHT>" +
+                   std::to_string(i * i) + "</TD></TR>";
+    return strHTML + "</TABLE>";
+}
+
+// Items are rows.
+void TableRelayout(benchmark::State &state) {
+    const BenchEngine engine;
+    const std::unique_ptr<Page> lpPage = NewPage(MakeTable(state.range(0)));
+    for (auto _ : state)
+        lpPage->Relayout();
+    state.SetItemsProcessed(state.range(0) * state.iterations());
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(TableRelayout)->Arg(1'000)->Arg(10'000)->Unit(benchmark::kMicrosecond);
+
+// Items are columns. Their widths swing between the least and the widest, so that there is something to share out in
+// every turn.
+void TableDistribute(benchmark::State &state) {
+    const BenchEngine engine;
+    const std::unique_ptr<Page> lpPage = NewPage();
+    Table table(lpPage.get());
+    for (int64_t i = 0; i < state.range(0); ++i)
+        table.AddColumn(100, 0, 0);
+    for (auto _ : state) {
+        lpPage->_rc.w = lpPage->_rc.w == 800 ? 1'000'000'000 : 800;
+        table.DistributeWidths();
+    }
+    state.SetItemsProcessed(state.range(0) * state.iterations());
+}
+BENCHMARK(TableDistribute)->Arg(10)->Arg(1'000)->Arg(10'000)->Unit(benchmark::kMicrosecond);
 
 // --- Worst cases
 // ------------------------------------------------------------------------------------------------------

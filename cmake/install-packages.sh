@@ -46,5 +46,11 @@ apt() {
     exit 1
 }
 apt update
+# A web server among the packages is for the tests to start: it is to run neither now nor after the next start.
+policy=/usr/sbin/policy-rc.d
+if [[ " ${missing[*]} " == *" nginx-light "* && ! -e $policy ]]; then
+    "${as_root[@]}" install -m 755 /dev/stdin "$policy" <<<$'#!/bin/sh\nexit 101'
+    trap 'rm -f "$log"; "${as_root[@]}" rm -f "$policy"; "${as_root[@]}" update-rc.d nginx disable >/dev/null 2>&1 || true' EXIT
+fi
 # What apt does not know, it takes for a pattern: "g++" alone would then fit every name with a g in it.
 apt install --no-install-recommends "${missing[@]/#g++/^g\\+\\+$}"

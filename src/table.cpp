@@ -16,11 +16,11 @@ uint8_t ParseAlign(const char *lpszValue, uint8_t bDefault) {
     return StartsWith(lpszValue, "RIGHT") ? uint8_t{ALIGN_RIGHT} : bDefault;
 }
 
-// A WIDTH or HEIGHT in pixels, or in per cent of nWhole; 0 for none.
-int ParseLength(const char *lpszValue, int nWhole) {
+// A WIDTH or HEIGHT in pixels, or in per cent of nWhole; nBefore if the value is none.
+int ParseLength(const char *lpszValue, int nWhole, int nBefore) {
     const int nValue = ParseInt(lpszValue);
     if (nValue <= 0)
-        return 0;
+        return nBefore;
     const double dLength = strchr(lpszValue, '%') ? nWhole * (nValue / 100.0) : nValue;
     return static_cast<int>(std::min<double>(dLength, kMaxAttributeLength));
 }
@@ -152,9 +152,9 @@ int OnTagTd(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const ch
     for (int i = 0; i < lpAttributes->_wCount; ++i) {
         const char *lpszValue = lpAttributes->_aszValues[i];
         if (lpAttributes->Is(i, "WIDTH"))
-            nWidth = ParseLength(lpszValue, lpPage->_rc.w);
+            nWidth = ParseLength(lpszValue, lpPage->_rc.w, nWidth);
         else if (lpAttributes->Is(i, "HEIGHT"))
-            nHeight = ParseLength(lpszValue, lpPage->_rc.h);
+            nHeight = ParseLength(lpszValue, lpPage->_rc.h, nHeight);
         else if (lpAttributes->Is(i, "ALIGN"))
             bAlign = ParseAlign(lpszValue, bAlign);
     }

@@ -80,3 +80,33 @@ TEST_F(TableTest, ColumnsCollectWhatTheirTextsNeed) {
         EXPECT_EQ(lpFirst->_nMaxWidth, row.nMaxWidth) << row.lpszCell;
     }
 }
+
+// Tables as the dump shows them: rows share their columns, and a cell ends with the next one.
+TEST_F(TableTest, TablesLayOutInColumns) {
+    const struct {
+        const char *lpszHTML;
+        const char *lpszDump;
+    } aCases[] = {
+        {"<TABLE><TR><TD>a<TD>b</TABLE>c", "0,0 10x18 \"a\"\n50,0 10x18 \"b\"\n0,18 10x18 \"c\"\n"},
+        {"<TABLE><TR><TD>a</TD><TD>b</TD></TR><TR><TD>c</TD><TD>d</TD></TR></TABLE>",
+         "0,0 10x18 \"a\"\n50,0 10x18 \"b\"\n0,18 10x18 \"c\"\n50,18 10x18 \"d\"\n"},
+        {"<TABLE><TR><TD WIDTH=50%>a<TD ALIGN=RIGHT>b</TD></TABLE>", "0,0 10x18 \"a\"\n240,0 10x18 \"b\"\n"},
+        {"<TABLE><TR><TD>a<TR><TD>b<TR><TD>c</TABLE>",
+         "0,0 10x18 \"a\"\n50,0 10x18 \"b\"\n0,18 10x18 \"c\"\n"},
+        {"<TABLE ALIGN=CENTER><TR><TD>a<TD>b</TABLE>c",
+         "150,0 10x18 \"a\"\n200,0 10x18 \"b\"\n0,18 10x18 \"c\"\n"},
+        {"<CENTER><TABLE><TR><TH>a<TH>b</TABLE></CENTER>", "150,0 10x18 \"a\"\n200,0 10x18 \"b\"\n"},
+        {"<TR><TD>a</TD></TR>", "0,0 10x18 \"a\"\n"},
+        {"<TABLE><TR><TD WIDTH=100 WIDTH=x>a<TR><TD WIDTH=150>b<TD WIDTH=0>c</TABLE>",
+         "0,0 10x18 \"a\"\n100,0 10x18 \"b\"\n233,0 10x18 \"c\"\n"},
+        {"<TABLE><TR><TD>a<TABLE><TR><TD>b</TABLE><TD>c</TABLE>d",
+         "0,0 10x18 \"a\"\n50,0 10x18 \"b\"\n0,18 10x18 \"c\"\n10,18 10x18 \"d\"\n"},
+        {"<TABLE>a<TR>b<TD>c</TD>d</TABLE>",
+         "0,0 10x18 \"a\"\n10,0 10x18 \"b\"\n0,18 10x18 \"c\"\n10,18 10x18 \"d\"\n"},
+        {"<TABLE><TR><TD>aaaaaaaa<TD>b</TABLE>", "0,0 80x18 \"aaaaaaaa\"\n80,0 10x18 \"b\"\n"},
+    };
+    for (const auto &testCase : aCases) {
+        ParsedPage page(testCase.lpszHTML, 400);
+        EXPECT_EQ(page.Dump(), testCase.lpszDump) << testCase.lpszHTML;
+    }
+}
