@@ -22,14 +22,6 @@ using std::chrono::milliseconds;
 static std::atomic<uint32_t> g_dwNow;
 static std::atomic<int> g_nLooks, g_nCallbacks;
 
-// Waits, for 20 seconds at most.
-template <class Condition>
-static bool WaitUntil(Condition isDone) {
-    for (int i = 0; i < 20000 && !isDone(); ++i)
-        std::this_thread::sleep_for(milliseconds(1));
-    return isDone();
-}
-
 // Fetches pictures of a Page that is not shown; no bytes are a picture, so that they stay as they came.
 class FetchTest : public EngineTest {
   protected:

@@ -69,6 +69,7 @@ LoopbackServer::~LoopbackServer() {
 void LoopbackServer::Prescribe(const Reply &reply) {
     std::lock_guard lock(_mutex);
     _reply = reply;
+    ++_nPrescribed;
 }
 
 std::string LoopbackServer::TakeRequest() {
@@ -118,8 +119,9 @@ std::string LoopbackServer::Serve(int hPeer) {
     Read(hPeer, "\r\n\r\n", &strRequest);
     std::unique_lock lock(_mutex);
     const Reply reply = _reply;
+    const int nPrescribed = _nPrescribed;
     lock.unlock();
-    for (size_t i = 0; i < reply.strBytes.size(); i += reply.nPiece) {
+    for (size_t i = 0; i < reply.strBytes.size() && !_bStop; i += reply.nPiece) {
         const std::string strPiece = reply.strBytes.substr(i, reply.nPiece);
         if (send(hPeer, strPiece.data(), strPiece.size(), MSG_NOSIGNAL) < 0)
             break;
@@ -130,9 +132,13 @@ std::string LoopbackServer::Serve(int hPeer) {
         shutdown(hPeer, SHUT_WR);
     if (reply.end == kLeave || reply.end == kReset)
         setsockopt(hPeer, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-    if (reply.end == kHold)
-        Wait(hPeer, POLLRDHUP);
+    pollfd peer = {hPeer, POLLRDHUP, 0};
+    while (reply.end == kHold && !_bStop && nPrescribed == _nPrescribed && poll(&peer, 1, 10) <= 0) {
+    }
     if (reply.end == kClose) {
+        // In this order: a peer that has gone may well be followed by another one.
+        pollfd next = {_hListener, POLLIN, 0};
+        EXPECT_TRUE(poll(&next, 1, 0) <= 0 || poll(&peer, 1, 0) > 0) << "two connections at a time";
         shutdown(hPeer, SHUT_WR);
         Read(hPeer, "(never sent)", &strRequest);
     }

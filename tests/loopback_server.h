@@ -12,7 +12,7 @@
 int BindLoopback(std::string *lpstrAddress);
 
 // What a server sends once the head of a request is in, and how it ends the connection. kLeave: without reading
-// the rest of the request. kHold: not at all; nor does it read any further.
+// the rest of the request. kHold: not before another reply is prescribed; nor does it read any further.
 enum End { kClose, kReset, kLeave, kHold };
 struct Reply {
     std::string strBytes;
@@ -20,7 +20,7 @@ struct Reply {
     size_t nPiece = 1 << 30;  // the bytes go in pieces of that size, a millisecond apart
 };
 
-// Has an address of its own, and serves one connection after the other.
+// Has an address of its own, and serves one connection after the other. Two at a time fail the test.
 class LoopbackServer {
   public:
     LoopbackServer();
@@ -41,6 +41,7 @@ class LoopbackServer {
     int _hListener;
     std::mutex _mutex;
     Reply _reply;
+    std::atomic<int> _nPrescribed{0};
     std::deque<std::string> _requests;
     std::atomic<bool> _bStop{false};
     std::thread _thread;
