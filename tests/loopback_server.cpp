@@ -68,8 +68,12 @@ LoopbackServer::~LoopbackServer() {
 }
 
 void LoopbackServer::Prescribe(const Reply &reply) {
+    Prescribe([reply](const std::string &) { return reply; });
+}
+
+void LoopbackServer::Prescribe(const Answer &answer) {
     std::lock_guard lock(_mutex);
-    _reply = reply;
+    _answer = answer;
     ++_nPrescribed;
 }
 
@@ -119,9 +123,10 @@ std::string LoopbackServer::Serve(int hPeer) {
     std::string strRequest;
     Read(hPeer, "\r\n\r\n", &strRequest);
     std::unique_lock lock(_mutex);
-    const Reply reply = _reply;
+    const Reply reply = _answer ? _answer(strRequest) : Reply();
     const int nPrescribed = _nPrescribed;
     lock.unlock();
+    std::this_thread::sleep_for(milliseconds(reply.nDelay));
     for (size_t i = 0; i < reply.strBytes.size() && !_bStop; i += reply.nPiece) {
         const std::string strPiece = reply.strBytes.substr(i, reply.nPiece);
         if (send(hPeer, strPiece.data(), strPiece.size(), MSG_NOSIGNAL) < 0)
