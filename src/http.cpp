@@ -103,11 +103,14 @@ void TakeResponse(Resource *lpResource, const char *lpszCachePath) {
     ParseResponse(lpBuffer.get(), &info);
     if (!IsAccepted(lpResource, info))
         return;
-    lpResource->_dwLength = static_cast<uint32_t>(nSize) - info._dwBodyOffset;
-    lpResource->_lpData = new uint8_t[lpResource->_dwLength];
-    memcpy(lpResource->_lpData, lpBuffer.get() + info._dwBodyOffset, lpResource->_dwLength);
+    const uint32_t dwLength = static_cast<uint32_t>(nSize) - info._dwBodyOffset;
+    lpResource->_lpData = new (std::nothrow) uint8_t[dwLength];
+    if (!lpResource->_lpData)
+        return;
+    lpResource->_dwLength = dwLength;
+    memcpy(lpResource->_lpData, lpBuffer.get() + info._dwBodyOffset, dwLength);
     if (lpszCachePath && *lpszCachePath)
-        CacheWrite(lpszCachePath, lpResource->_lpData, lpResource->_dwLength, nullptr, lpResource->_lpszURL);
+        CacheWrite(lpszCachePath, lpResource->_lpData, dwLength, nullptr, lpResource->_lpszURL);
 }
 
 }  // namespace

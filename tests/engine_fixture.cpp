@@ -4,7 +4,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "dllmain.h"
 #include "hyperlink.h"
@@ -71,9 +70,7 @@ std::string EngineTest::WriteFile(const std::string &strName, const std::string 
 }
 
 bool EngineTest::WaitForWorkers() {
-    for (int i = 0; i < 10000 && Workers().CountWorkers() > 0; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    return Workers().CountWorkers() == 0;
+    return WaitUntil([] { return Workers().CountWorkers() == 0; });
 }
 
 void EngineTest::Load(const std::string &strURL) {

@@ -4,13 +4,44 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "mainframe.h"
 #include "page.h"
 #include "platform/rasterizer.h"
+#include "resource.h"
+
+// Waits, for 20 seconds at most; false if it was in vain.
+template <class Condition>
+bool WaitUntil(Condition isDone) {
+    for (int i = 0; i < 20000 && !isDone(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return isDone();
+}
+
+// Whether an action is over within a second: what is promised of cancellations and of the end.
+template <class Action>
+bool IsSwift(Action act) {
+    const auto start = std::chrono::steady_clock::now();
+    act();
+    return std::chrono::steady_clock::now() - start < std::chrono::seconds(1);
+}
+
+// A Resource that keeps what it gets.
+class KeptResource : public Resource {
+  public:
+    using Resource::Resource;
+    void OnData() override {}
+    void OnTimeout() override {}
+    void OnCancelled() override {}
+    std::string Data() const {
+        return _lpData ? std::string(reinterpret_cast<const char *>(_lpData), _dwLength) : "(nothing)";
+    }
+};
 
 // Every character is kWidth pixels wide, whatever its style, and as high as was asked for; its cell is all
 // ink. '|' has no width, and '/' reaches 2 pixels into the next character.

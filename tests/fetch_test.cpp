@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <thread>
 
 #include "dllmain.h"
 #include "engine_fixture.h"
@@ -16,19 +14,8 @@
 #include "tessel_host.h"
 #include "workers.h"
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
 static std::atomic<uint32_t> g_dwNow;
 static std::atomic<int> g_nLooks, g_nCallbacks;
-
-// Waits, for 20 seconds at most.
-template <class Condition>
-static bool WaitUntil(Condition isDone) {
-    for (int i = 0; i < 20000 && !isDone(); ++i)
-        std::this_thread::sleep_for(milliseconds(1));
-    return isDone();
-}
 
 // Fetches pictures of a Page that is not shown; no bytes are a picture, so that they stay as they came.
 class FetchTest : public EngineTest {
@@ -96,21 +83,6 @@ TEST_F(FetchTest, TurnsAreGivenInTheOrderOfAsking) {
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_EQ(strOrder, "012");
-}
-
-TEST_F(FetchTest, CancellationInTheQueueIsSeenWithinTensOfMilliseconds) {
-    HoldTurn();
-    auto best = Clock::duration::max();  // of five, since the machine may be busy
-    for (int i = 0; i < 5; ++i) {
-        Image &image = Start("file");
-        ASSERT_TRUE(WaitForQueue(1));
-        const auto start = Clock::now();
-        image.Cancel();
-        EXPECT_EQ(Ends(), "cancelled ");
-        best = std::min(best, Clock::now() - start);
-    }
-    EXPECT_LT(best, milliseconds(50));
-    Turn().Release();
 }
 
 TEST_F(FetchTest, WaitEndsBehind30000Milliseconds) {
@@ -200,14 +172,20 @@ TEST_F(FetchTest, CallbacksMayCallBackOnTheHostsThreadAlone) {
     EXPECT_FALSE(g_lpMainFrame);
 }
 
-TEST_F(FetchTest, ShutDownDoesNotWaitForTheQueue) {
+TEST_F(FetchTest, CancellationAndShutDownDoNotWaitForTheQueue) {
     HoldTurn();
+    for (int i = 0; i < 5; ++i) {
+        Image &image = Start("file");
+        ASSERT_TRUE(WaitForQueue(1));
+        EXPECT_TRUE(IsSwift([&] {
+            image.Cancel();
+            EXPECT_EQ(Ends(), "cancelled ");
+        }));
+    }
     std::string strEnds;
     for (int i = 0; i < 200; ++i, strEnds += "cancelled ")
         Start("file");
-    const auto start = Clock::now();
-    tessel_ShutDown();
-    EXPECT_LT(Clock::now() - start, milliseconds(1000));
+    EXPECT_TRUE(IsSwift(tessel_ShutDown));
     EXPECT_EQ(Ends(), strEnds);
     EXPECT_EQ(g_nCallbacks, 0);
 }

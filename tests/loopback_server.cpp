@@ -26,6 +26,7 @@ static bool EnterOwnNetwork() {
     std::ofstream("/proc/self/setgroups") << "deny";
     std::ofstream("/proc/self/uid_map") << strUser + " " + strUser + " 1";
     std::ofstream("/proc/self/gid_map") << strGroup + " " + strGroup + " 1";
+    std::ofstream("/proc/sys/net/ipv4/ip_unprivileged_port_start") << "0";  // for programs that a test starts
     ifreq request = {};
     strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP;
@@ -67,8 +68,13 @@ LoopbackServer::~LoopbackServer() {
 }
 
 void LoopbackServer::Prescribe(const Reply &reply) {
+    Prescribe([reply](const std::string &) { return reply; });
+}
+
+void LoopbackServer::Prescribe(const Answer &answer) {
     std::lock_guard lock(_mutex);
-    _reply = reply;
+    _answer = answer;
+    ++_nPrescribed;
 }
 
 std::string LoopbackServer::TakeRequest() {
@@ -117,9 +123,11 @@ std::string LoopbackServer::Serve(int hPeer) {
     std::string strRequest;
     Read(hPeer, "\r\n\r\n", &strRequest);
     std::unique_lock lock(_mutex);
-    const Reply reply = _reply;
+    const Reply reply = _answer ? _answer(strRequest) : Reply();
+    const int nPrescribed = _nPrescribed;
     lock.unlock();
-    for (size_t i = 0; i < reply.strBytes.size(); i += reply.nPiece) {
+    std::this_thread::sleep_for(milliseconds(reply.nDelay));
+    for (size_t i = 0; i < reply.strBytes.size() && !_bStop; i += reply.nPiece) {
         const std::string strPiece = reply.strBytes.substr(i, reply.nPiece);
         if (send(hPeer, strPiece.data(), strPiece.size(), MSG_NOSIGNAL) < 0)
             break;
@@ -130,9 +138,13 @@ std::string LoopbackServer::Serve(int hPeer) {
         shutdown(hPeer, SHUT_WR);
     if (reply.end == kLeave || reply.end == kReset)
         setsockopt(hPeer, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-    if (reply.end == kHold)
-        Wait(hPeer, POLLRDHUP);
+    pollfd peer = {hPeer, POLLRDHUP, 0};
+    while (reply.end == kHold && !_bStop && nPrescribed == _nPrescribed && poll(&peer, 1, 10) <= 0) {
+    }
     if (reply.end == kClose) {
+        // In this order: a peer that has gone may well be followed by another one.
+        pollfd next = {_hListener, POLLIN, 0};
+        EXPECT_TRUE(poll(&next, 1, 0) <= 0 || poll(&peer, 1, 0) > 0) << "two connections at a time";
         shutdown(hPeer, SHUT_WR);
         Read(hPeer, "(never sent)", &strRequest);
     }

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -12,20 +13,24 @@
 int BindLoopback(std::string *lpstrAddress);
 
 // What a server sends once the head of a request is in, and how it ends the connection. kLeave: without reading
-// the rest of the request. kHold: not at all; nor does it read any further.
+// the rest of the request. kHold: not before another reply is prescribed; nor does it read any further.
 enum End { kClose, kReset, kLeave, kHold };
 struct Reply {
     std::string strBytes;
     End end = kClose;
     size_t nPiece = 1 << 30;  // the bytes go in pieces of that size, a millisecond apart
+    int nDelay = 0;           // milliseconds before the first of them
 };
+// Called on the thread of the server.
+using Answer = std::function<Reply(const std::string &strRequest)>;
 
-// Has an address of its own, and serves one connection after the other.
+// Has an address of its own, and serves one connection after the other. Two at a time fail the test.
 class LoopbackServer {
   public:
     LoopbackServer();
     ~LoopbackServer();
     void Prescribe(const Reply &reply);
+    void Prescribe(const Answer &answer);
     // Waits for the end of a connection, for 20 seconds at most; everything that came on it.
     std::string TakeRequest();
 
@@ -40,7 +45,8 @@ class LoopbackServer {
 
     int _hListener;
     std::mutex _mutex;
-    Reply _reply;
+    Answer _answer;
+    std::atomic<int> _nPrescribed{0};
     std::deque<std::string> _requests;
     std::atomic<bool> _bStop{false};
     std::thread _thread;

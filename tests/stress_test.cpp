@@ -8,6 +8,7 @@
 #include "dllmain.h"
 #include "engine_fixture.h"
 #include "frameset.h"
+#include "loopback_server.h"
 #include "tessel.h"
 #include "tessel_host.h"
 #include "workers.h"
@@ -22,8 +23,29 @@ void OnChanged(int) {
     ++g_nCallbacks;
 }
 
-constexpr const char *kPages[] = {"short.html", "long.html", "links.html", "empty.html", "missing.html",
-                                  "noroom/",    ""};
+// A server with every vice that a name can ask for. Pages show pictures of all kinds; those behind a query are asked
+// for again and again.
+Reply AnswerAsNamed(const std::string &strRequest) {
+    const std::string strHead = "HTTP/1.0 200 OK\r\n\r\n";
+    const std::string strName = strRequest.substr(0, strRequest.find(" HTTP/"));
+    const auto Is = [&](const char *lpszKind) { return strName.find(lpszKind) != std::string::npos; };
+    std::string strBody = "<TITLE>net</TITLE><A HREF=late.htm><IMG SRC=good.tga> a link</A>";
+    for (const char *lpszKind : {"drip", "early", "garbage", "late", "good", "none"})
+        strBody += std::string("<IMG SRC=x?") + lpszKind + ".tga><IMG SRC=" + lpszKind + ".tga>";
+    strBody += Is("never") ? "<IMG SRC=x?never.tga>" : "";
+    if (Is(".tga")) {
+        strBody.assign(18 + 20 * 10 * 2, '\0');
+        strBody[2] = 2, strBody[12] = 20, strBody[14] = 10, strBody[16] = 16;
+    }
+    if (Is("x?never"))
+        return {"", kHold};
+    if (Is("early"))
+        return {strHead + strBody.substr(0, strBody.size() / 2), kReset};
+    if (Is("garbage"))
+        return {"HTTP/1.0 200 \r\n\xFF" + strBody + strRequest};
+    return {Is("none") ? "" : strHead + strBody, kClose, Is("drip") ? strBody.size() / 20 : 1 << 20,
+            Is("late") ? 15 : 0};
+}
 
 }  // namespace
 
@@ -31,6 +53,7 @@ class StressTest : public EngineTest {
   protected:
     void SetUp() override {
         EngineTest::SetUp();
+        tessel_SetCallback(TESSEL_CALLBACK_CHANGED, OnChanged);
         WriteFile("short.html", "<TITLE>short</TITLE>short");
         std::string strLong = "<TITLE>long</TITLE>";
         for (int i = 0; i < 600; ++i)
@@ -41,6 +64,10 @@ class StressTest : public EngineTest {
             "<A HREF=long.html>one link that is long enough to be hit</A><BR><A HREF=missing.html>two</A>"
             "<FORM ACTION=long.html><INPUT SIZE=9><INPUT TYPE=SUBMIT VALUE=\"a button to be hit\">");
         WriteFile("empty.html", "");
+        server.Prescribe(AnswerAsNamed);
+        for (const std::string strKind :
+             {"good", "drip", "early", "garbage", "late", "none", "never", "x?never"})
+            _pages.push_back("http://" + server.strAddress + "/" + strKind + ".htm");
     }
 
     void TearDown() override {
@@ -49,7 +76,22 @@ class StressTest : public EngineTest {
         EngineTest::TearDown();
     }
 
-    const char *RandomPage() { return kPages[_random() % std::size(kPages)]; }
+    void EndLife(bool bShutDown) {
+        const auto start = std::chrono::steady_clock::now();
+        if (bShutDown)
+            tessel_ShutDown();
+        DllMain(this, PROCESS_DETACH);
+        g_bDown = true;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+        EXPECT_EQ(Workers().CountWorkers(), 0);
+        EXPECT_EQ(Workers().CountRetired(), 0);
+        g_bDown = false;
+        ASSERT_EQ(DllMain(this, PROCESS_ATTACH), 1);
+        ASSERT_EQ(tessel_Init(this, 400, 300), 1);
+        tessel_SetCallback(TESSEL_CALLBACK_CHANGED, OnChanged);
+    }
+
+    const char *RandomPage() { return _pages[_random() % _pages.size()].c_str(); }
 
     void DoSomething() {
         const auto x = static_cast<uint16_t>(_random() % 450);
@@ -86,12 +128,14 @@ class StressTest : public EngineTest {
         }
     }
 
+    LoopbackServer server;
+    std::vector<std::string> _pages{"short.html", "long.html", "links.html", "empty.html", "missing.html",
+                                    "noroom/",    ""};
     std::mt19937 _random{20260101};
 };
 
 // Several hundred loads in one life, and everything that was started has ended one way or another.
 TEST_F(StressTest, OneLongLife) {
-    tessel_SetCallback(TESSEL_CALLBACK_CHANGED, OnChanged);
     g_nCallbacks = 0;
     for (int i = 0; i < 2500; ++i)
         DoSomething();
@@ -110,23 +154,34 @@ TEST_F(StressTest, OneLongLife) {
 
 // Many short lives, ended by ShutDown or by the unload at any moment, within a second.
 TEST_F(StressTest, ManyShortLives) {
-    int nWindow = 0;
     for (int nLife = 0; nLife < 120; ++nLife) {
-        tessel_SetCallback(TESSEL_CALLBACK_CHANGED, OnChanged);
         for (auto i = _random() % 30; i > 0; --i)
             DoSomething();
-        const auto start = std::chrono::steady_clock::now();
-        if (nLife % 2)
-            tessel_ShutDown();
-        DllMain(&nWindow, PROCESS_DETACH);
-        g_bDown = true;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "life " << nLife;
-        EXPECT_EQ(Workers().CountWorkers(), 0);
-        EXPECT_EQ(Workers().CountRetired(), 0);
-        g_bDown = false;
-        ASSERT_EQ(DllMain(&nWindow, PROCESS_ATTACH), 1);
-        ASSERT_EQ(tessel_Init(&nWindow, 400, 300), 1);
+        EndLife(nLife % 2);
     }
+}
+
+// There is time for pictures to come, or some of them, before whatever happens to them.
+TEST_F(StressTest, PicturesOfServersWithEveryVice) {
+    uint32_t nLoaded = 0, nFailed = 0;
+    platform_FetchCounts counts;
+    for (int i = 0; i < 60; ++i) {
+        tessel_OpenURL(_pages[_pages.size() - 1 - _random() % 8].c_str());
+        std::this_thread::sleep_for(std::chrono::milliseconds(_random() % 60));
+        for (auto n = _random() % 4; n > 0; --n)
+            DoSomething();
+        if (i % 4 == 3) {
+            platform_GetFetchCounts(&counts);
+            nLoaded += counts.images_loaded;
+            nFailed += counts.images_failed;
+            EndLife(i % 8 == 3);
+        }
+    }
+    EXPECT_TRUE(nLoaded > 30 && nFailed > 30) << nLoaded << " " << nFailed;
+    Load(_pages[_pages.size() - 8]);
+    platform_GetFetchCounts(&counts);
+    EXPECT_EQ(counts.images_loaded, 7u) << "good ones, slow ones and late ones";
+    EXPECT_EQ(counts.images_failed, 6u);
 }
 
 namespace {
@@ -166,6 +221,7 @@ TEST_F(StressTest, FramesThatComeAndGo) {
             g_lpMainFrame->Fetch(new FramesetPage(g_lpMainFrame, i % 4));
         DoSomething();
         if (i % 50 == 49) {
+            tessel_OnCancel();
             ASSERT_TRUE(WaitForWorkers());
         }
     }
