@@ -139,7 +139,7 @@ TEST_F(FramesetTest, WhatIsUnderThePointerIsWhatIsPaintedThere) {
     WriteFile("outer.html", "<FRAMESET ROWS=37%,200><FRAME SRC=green><FRAME SRC=inner.html>");
     Show("<BODY BGCOLOR=red><IMG SRC=x.bmp><FRAMESET COLS=100,400><FRAME SRC=blue><FRAME SRC=outer.html>");
     std::set<uint32_t> colours;
-    for (uint16_t y = 3; y < 480; y = static_cast<uint16_t>(y + 11)) {
+    for (uint16_t y = 4; y < 480; y = static_cast<uint16_t>(y + 11)) {
         for (uint16_t x = 4; x < 640; x = static_cast<uint16_t>(x + 7)) {
             tessel_OnMouseMove(x, y);
             const Page *lpPage = HoverPage();
@@ -151,10 +151,20 @@ TEST_F(FramesetTest, WhatIsUnderThePointerIsWhatIsPaintedThere) {
     }
     EXPECT_EQ(colours, (std::set<uint32_t>{0xFF0000, 0x008000, 0x0000FF, 0x102030, kUntouched}));
     EXPECT_EQ(CountPixels(kUntouched, 0, 0, 640, 480), 640 * 480 - 100 * 480 - 400 * (177 + 200));
-    const Rect rcLink(150, 177, 100, 200);
-    EXPECT_EQ(CountPixels(0x102030, 0, 0, 640, 480),
-              CountPixels(0x102030, rcLink.x, rcLink.y, rcLink.w, rcLink.h));
-    EXPECT_GT(CountPixels(0x102030, rcLink.x, rcLink.y, rcLink.w, rcLink.h), rcLink.w * rcLink.h / 2);
+    const int nLink = CountPixels(0x102030, 150, 177, 100, 200);
+    EXPECT_GT(nLink, 100 * 200 / 2);
+    EXPECT_EQ(nLink, CountPixels(0x102030, 0, 0, 640, 480)) << "no further than its frame";
+
+    const std::vector<uint32_t> before(Buffer(), Buffer() + 640 * 480);
+    std::fill_n(Buffer(), 640 * 480, kUntouched);
+    tessel_Render(Buffer());
+    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 640, 480), 640 * 480) << "nothing has changed";
+    tessel_Invalidate();
+    tessel_Render(Buffer());
+    EXPECT_EQ(std::vector<uint32_t>(Buffer(), Buffer() + 640 * 480), before) << "all of it again";
+    std::fill_n(Buffer(), 640 * 480, kUntouched);
+    Show("<FRAMESET COLS=-50,100><FRAME SRC=red><FRAME SRC=red>");
+    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 640, 480), 640 * 480) << "nothing further left";
 }
 
 TEST_F(FramesetTest, FramesAreClickedInAndTypedIntoOnTheirOwn) {
@@ -210,10 +220,30 @@ TEST_F(FramesetTest, DragsAndRightPressesCountFromTheFrame) {
     }
 }
 
+// Loads that still wait for their turn go at once when something else comes.
+TEST_F(FramesetTest, WhatReplacesAFramesetRetiresAllOfIt) {
+    WriteFile("inner.html", "<FRAMESET COLS=50,50><FRAME SRC=red><FRAME SRC=link.html>");
+    Show("<FRAMESET ROWS=100,100><FRAME SRC=inner.html><FRAME SRC=link.html>");
+    FetchTurn::Waiter waiter;
+    ASSERT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(&waiter, 20000));
+    Child(Child(g_lpMainFrame, 0), 1)->OpenURL("blue", 1, METHOD_GET);
+    {
+        std::scoped_lock lock(g_lpMainFrame->_hPaintMutex, g_lpMainFrame->_hPageMutex);
+        g_lpMainFrame->SetPage(new Page(g_lpMainFrame, &g_lpMainFrame->_rc, &g_lpMainFrame->_rc, ""));
+    }
+    ASSERT_TRUE(WaitForWorkers());
+    EXPECT_EQ(Frame::CountFrames() + Workers().CountRetired(), 1);
+    g_lpMainFrame->_hFetchMutex.Release();
+}
+
 TEST_F(FramesetTest, FramesetsThatShowThemselvesEnd) {
+    static std::atomic<int> s_nCallbacks;
+    s_nCallbacks = 0;
+    tessel_SetCallback(TESSEL_CALLBACK_CHANGED, [](int) { ++s_nCallbacks; });
     Show("<FRAMESET COLS=90%><FRAME SRC=frameset.html>");
     EXPECT_EQ(DepthBelow(g_lpMainFrame), kMaxFrameDepth);
     EXPECT_EQ(Frame::CountFrames(), 1 + kMaxFrameDepth);
+    EXPECT_EQ(s_nCallbacks, 1 + kMaxFrameDepth) << "one for each document";
     std::string strMany = "<FRAMESET ROWS=9%,9%,9%,9%,9%,9%,9%,9%,9%,9%>";
     for (int i = 0; i < 1000; ++i)
         strMany += "<FRAME SRC=frameset.html>";

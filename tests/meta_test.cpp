@@ -81,6 +81,7 @@ TEST_F(MetaTest, ItFiresAtItsDelayAcrossTheWrapOfTheClock) {
         g_dwNow = dwStart;
         Load("page.html");
         EXPECT_EQ(Tick(4999), "page") << dwStart;
+        EXPECT_EQ(Tick(~9u), "page") << "a tick that was on its way when the page was parsed";
         EXPECT_EQ(Tick(5000), "next") << dwStart;
         EXPECT_STREQ(g_lpMainFrame->_lpHistoryCur->lpData, "next.html") << "an entry of its own";
         tessel_Prev();
@@ -114,11 +115,14 @@ TEST_F(MetaTest, EveryNavigationTakesItAway) {
     for (const auto &[lpszName, lpfnNavigate] : aCases) {
         Load("next.html");
         Load("page.html");
-        ASSERT_TRUE(g_lpMainFrame->_lpRefresh) << lpszName;
+        MetaRefresh *lpRefresh = g_lpMainFrame->_lpRefresh;
+        ASSERT_TRUE(lpRefresh) << lpszName;
         FetchTurn::Waiter waiter;
         ASSERT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(&waiter, 20000));
         lpfnNavigate();
         EXPECT_FALSE(g_lpMainFrame->_lpRefresh) << lpszName;
+        EXPECT_FALSE(g_lpMainFrame->ArmRefresh(g_lpMainFrame->_lpPage, lpRefresh))
+            << "nor can its page arm again";
         tessel_OnCancel();
         g_lpMainFrame->_hFetchMutex.Release();
         EXPECT_EQ(Tick(5000), "page") << lpszName;
