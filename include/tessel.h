@@ -13,13 +13,15 @@
  *
  *   Threads    All calls come from one thread, the host's. The callback alone may come from another (see
  *              tessel_SetCallback), and a function that is called inside it, on that other thread, does nothing.
- *   State      Before a tessel_Init that returned 1 and after tessel_ShutDown only tessel_SetCallback and tessel_Init
- *              have an effect, and after tessel_ShutDown none has: the library is started once for each time that it
- *              is loaded. A function without effect returns 0. A build with assertions stops there instead.
+ *   State      Before a tessel_Init that returned 1 only tessel_SetCallback, tessel_Init and tessel_ShutDown have an
+ *              effect, and after tessel_ShutDown none has: the library is started once for each time that it is
+ *              loaded. A function without effect returns 0 and touches nothing that it was given. A build with
+ *              assertions stops there instead.
  *   Ownership  Strings are copied. The library keeps no pointer that it was given, callbacks excepted.
  *   Text       Strings are zero-terminated, one byte a character, in Windows-1252.
  *   Positions  x and y count pixels from the top left corner of the picture, (0, 0); whole numbers from 0 to 65535.
- *   NULL       A null pointer where a URL, a title or a buffer is asked for makes the call do nothing.
+ *   NULL       A null pointer where a URL, a title or a buffer is asked for makes the call do nothing; a build with
+ *              assertions stops there. tessel_Init says 0 to a null window.
  *   Failure    A page that cannot be had shows as an empty white page, a picture as an icon. Nothing is logged.
  *   Waiting    tessel_Render and tessel_Invalidate wait while a page is being parsed; tessel_OpenURL, tessel_Prev and
  *              tessel_Next may wait for a host name to be looked up. Events never wait: they are dropped while the
@@ -86,14 +88,15 @@ TESSEL_API void tessel_SetSize(int width, int height);
  * library after a page or a picture has arrived, or on the host's thread inside one of the event functions. It must
  * not wait for the host's thread. On the host's thread it may call every function here; on a thread of the library
  * calls have no effect, so that it is best to post a message to the host's own loop. May be called before
- * tessel_Init; set it before the first tessel_OpenURL.
+ * tessel_Init; set it before the first tessel_OpenURL. It takes effect with the next callback, inside one too; another
+ * thread may just then still be in the one before.
  * Thread: the host's. Calls nothing back. */
 TESSEL_API void tessel_SetCallback(int index, tessel_Callback callback);
 
 /* Loads a page and adds it to the history; whatever was loading is cancelled. The page on show stays until the new
  * one has come.
  * url  "http://host/path?query", "file://path", the name of a local file, "host/path", or a path on the host of the
- *      page on show.
+ *      page on show. Any length; one that no system and no server takes fails like a page that is missing.
  * Thread: the host's. May wait for a name to be looked up. */
 TESSEL_API void tessel_OpenURL(const char *url);
 

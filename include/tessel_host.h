@@ -1,7 +1,9 @@
 /* What a host may lend the library, and ask of it, beyond tessel.h.
  *
  * The rules of tessel.h hold here too. Both functions may be called at any time between loading and unloading the
- * library, before tessel_Init and after tessel_ShutDown included.
+ * library, before tessel_Init and after tessel_ShutDown included. A function of tessel.h that is called inside a
+ * service has no effect and returns 0, but for tessel_SetCallback and tessel_ShutDown in the services of the clipboard:
+ * the latter takes effect when the call that led there returns.
  */
 #ifndef TESSEL_HOST_H
 #define TESSEL_HOST_H

@@ -5,13 +5,16 @@
 // Frame's mutexes held.
 #pragma once
 
+#include "htmlparser.h"
 #include "list.h"
 #include "types.h"
 
 class Frame;
 
 inline constexpr int kMaxDivisions = 10;
-// How far framesets may go, so that one that shows itself ends.
+// How far framesets may go, so that one that shows itself ends: Frames below the MainFrame, one inside the other; and
+// Frames in all, the MainFrame and those that still wait for a worker to leave them included. What goes beyond is not
+// created.
 inline constexpr int kMaxFrameDepth = 8;
 inline constexpr int kMaxFrames = 64;
 
@@ -38,3 +41,9 @@ class Frameset {
     // Makes a child Frame for each FRAME and starts its load.
     void CreateFrames();
 };
+
+// FRAMESET: a document whose first one has either COLS or ROWS is divided; all others show as pages.
+int OnTagFrameset(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+                  int *lpRemaining);
+int OnTagFrame(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+               int *lpRemaining);

@@ -6,25 +6,31 @@
 
 #include "fontmanager.h"
 #include "form.h"
+#include "frameset.h"
 #include "hyperlink.h"
 #include "image.h"
 #include "layout.h"
+#include "meta.h"
 #include "page.h"
 #include "table.h"
 #include "taghandlers.h"
 #include "text.h"
 
 const TagEntry g_aTagTable[kTagCount + 1] = {
-    {0, "HTML", 1, 0, nullptr},        {30, "FRAMESET", 1, 0, nullptr},   {31, "FRAME", 1, 0, nullptr},
-    {1, "BODY", 1, 0, OnTagBody},      {11, "BR", 1, 0, OnTagBr},         {15, "P", 1, 0, OnTagP},
-    {12, "FONT", 1, 0, OnTagFont},     {16, "H1", 1, 0, OnTagHeading<5>}, {17, "H2", 1, 0, OnTagHeading<4>},
-    {18, "H3", 1, 0, OnTagHeading<3>}, {19, "H4", 1, 0, OnTagHeading<2>}, {20, "H5", 1, 0, OnTagHeading<1>},
-    {21, "H6", 1, 0, OnTagHeading<0>}, {22, "B", 1, 0, OnTagB},           {23, "I", 1, 0, OnTagI},
-    {24, "U", 1, 0, OnTagU},           {4, "IMG", 0, 0, OnTagImg},        {7, "TABLE", 1, 0, OnTagTable},
-    {8, "TR", 1, 0, OnTagTr},          {9, "TH", 1, 0, OnTagTd},          {10, "TD", 1, 0, OnTagTd},
-    {14, "TITLE", 1, 0, OnTagTitle},   {2, "CENTER", 1, 0, OnTagCenter},  {13, "A", 1, 0, OnTagA},
-    {25, "FORM", 1, 0, OnTagForm},     {28, "INPUT", 1, 0, OnTagInput},   {5, "META", 0, 0, nullptr},
-    {0, nullptr, 0, 0, nullptr},
+    {0, "HTML", 1, 0, nullptr},        {30, "FRAMESET", 1, 0, OnTagFrameset},
+    {31, "FRAME", 1, 0, OnTagFrame},   {1, "BODY", 1, 0, OnTagBody},
+    {11, "BR", 1, 0, OnTagBr},         {15, "P", 1, 0, OnTagP},
+    {12, "FONT", 1, 0, OnTagFont},     {16, "H1", 1, 0, OnTagHeading<5>},
+    {17, "H2", 1, 0, OnTagHeading<4>}, {18, "H3", 1, 0, OnTagHeading<3>},
+    {19, "H4", 1, 0, OnTagHeading<2>}, {20, "H5", 1, 0, OnTagHeading<1>},
+    {21, "H6", 1, 0, OnTagHeading<0>}, {22, "B", 1, 0, OnTagB},
+    {23, "I", 1, 0, OnTagI},           {24, "U", 1, 0, OnTagU},
+    {4, "IMG", 0, 0, OnTagImg},        {7, "TABLE", 1, 0, OnTagTable},
+    {8, "TR", 1, 0, OnTagTr},          {9, "TH", 1, 0, OnTagTd},
+    {10, "TD", 1, 0, OnTagTd},         {14, "TITLE", 1, 0, OnTagTitle},
+    {2, "CENTER", 1, 0, OnTagCenter},  {13, "A", 1, 0, OnTagA},
+    {25, "FORM", 1, 0, OnTagForm},     {28, "INPUT", 1, 0, OnTagInput},
+    {5, "META", 0, 0, OnTagMeta},      {0, nullptr, 0, 0, nullptr},
 };
 
 const Entity g_aEntities[kEntityCount] = {

@@ -4,7 +4,7 @@
 // the Page goes.
 #pragma once
 
-#include <cstdint>
+#include "htmlparser.h"
 
 class MetaTag {
   public:
@@ -29,3 +29,7 @@ class MetaRefresh : public MetaTag {
                 uint32_t dwNow);
     ~MetaRefresh() override;
 };
+
+// META: arms the refresh of the page's Frame, unless one is armed. Nothing else that a META says leaves a record.
+int OnTagMeta(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,
+              int *lpRemaining);

@@ -2,7 +2,8 @@
 //
 // The export lock is held through every export and every tick. A call that comes on a thread of the library
 // itself, from inside the host's callback, would wait for a host that may be waiting for that thread, and is
-// ignored.
+// ignored. So is one from inside a service that the host has lent, since an event is under way then and holds what
+// painting comes before.
 #include "tessel.h"
 
 #include <atomic>
@@ -55,12 +56,15 @@ class ExportCall {
     explicit ExportCall(Need need = kRunning) {
         if (WorkerRegistry::OnOwnThread())
             return;
-        State().mutex.lock();
-        ++State().nDepth;
+        ExportState &state = State();
+        state.mutex.lock();
+        ++state.nDepth;
         _bEntered = true;
-        assert(g_lpMainFrame);
-        assert(need == kLoaded || State().bRunning);
-        if (need == kLoaded || State().bRunning)
+        assert(g_lpMainFrame && !state.bShutDown);
+        assert(need == kLoaded || state.bRunning);
+        if (!g_lpMainFrame || state.bShutDown)
+            return;
+        if (need == kLoaded || (state.bRunning && !g_lpMainFrame->_nEventDepth))
             _lpFrame = g_lpMainFrame;
     }
 
@@ -177,12 +181,14 @@ void tessel_SetCallback(int index, tessel_Callback callback) {
 
 void tessel_OpenURL(const char *url) {
     const ExportCall call;
+    assert(url);
     if (call.Frame() && url)
         call.Frame()->OpenURL(url, 1, METHOD_GET);
 }
 
 void tessel_GetTitle(char *title) {
     const ExportCall call;
+    assert(title);
     if (call.Frame() && title)
         call.Frame()->GetTitle(title);
 }
@@ -213,6 +219,7 @@ void tessel_Invalidate(void) {
 
 void tessel_Render(uint32_t *buffer) {
     const ExportCall call;
+    assert(buffer);
     if (call.Frame() && buffer)
         call.Frame()->Render(buffer);
 }

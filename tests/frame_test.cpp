@@ -6,9 +6,7 @@
 #include <atomic>
 
 #include "engine_fixture.h"
-#include "frameset.h"
 #include "image.h"
-#include "meta.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "tessel.h"
@@ -38,10 +36,6 @@ static std::string NewSlowURL() {
     return "slow" + std::to_string(++s_nURLs) + "/x";
 }
 
-using Sizes = std::vector<int>;
-using Sources = std::vector<const char *>;
-constexpr bool kCols = true, kRows = false;
-
 class FrameTest : public EngineTest {
   protected:
     // The clock stands still, so that the timer does nothing by itself.
@@ -49,8 +43,6 @@ class FrameTest : public EngineTest {
         EngineTest::SetUp();
         for (const std::string strName : {"A", "B", "C", "D"})
             WriteFile(strName, "<TITLE>" + strName + "</TITLE>");
-        WriteFile("red", "<BODY BGCOLOR=red>");
-        WriteFile("blue", "<BODY BGCOLOR=blue>");
         g_nCallbacks = 0;
         tessel_SetCallback(4, [](int) { ++g_nCallbacks; });
         g_dwNow = 1000;
@@ -60,7 +52,6 @@ class FrameTest : public EngineTest {
         EngineTest::TearDown();
         platform::ReplaceTicks(nullptr);
     }
-    int CountAll(uint32_t dwColor) { return CountPixels(dwColor, 0, 0, 400, 300); }
     void HoldTurn() { ASSERT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(&_waiter, 20000)); }
     void ReleaseTurn() { g_lpMainFrame->_hFetchMutex.Release(); }
 
@@ -72,31 +63,6 @@ class FrameTest : public EngineTest {
         char szTitle[TESSEL_TITLE_SIZE] = "-";
         lpFrame->GetTitle(szTitle);
         return strState + " " + szTitle;
-    }
-    // Loads a document that turns out to be a frameset.
-    static void Divide(Frame *lpFrame, bool bCols, const Sizes &sizes, const Sources &sources,
-                       bool bWait = true) {
-        Frameset *lpFrameset = lpFrame->_lpFrameset = new Frameset(lpFrame);
-        const auto wCount = static_cast<uint16_t>(sizes.size());
-        bCols ? lpFrameset->SetCols(sizes.data(), wCount) : lpFrameset->SetRows(sizes.data(), wCount);
-        for (const char *lpszSource : sources)
-            lpFrameset->AddFrame(lpszSource);
-        lpFrame->OpenURL("A", 0, METHOD_GET);
-        ASSERT_TRUE(!bWait || WaitForWorkers());
-    }
-    // Counted from the newest.
-    static Frame *Child(Frame *lpFrame, int nIndex = 0) {
-        auto *lpNode = lpFrame->_lpChildren;
-        while (nIndex-- > 0)
-            lpNode = lpNode->lpNext;
-        return static_cast<Frame *>(lpNode->lpData);
-    }
-    static MetaRefresh *Arm(const char *lpszURL = "B") {
-        Page *lpPage = g_lpMainFrame->_lpPage;
-        MetaRefresh *lpRefresh = new MetaRefresh(nullptr, "REFRESH", "5", lpszURL, g_dwNow);
-        List_Prepend<MetaTag>(lpPage->_lpMetaTags, lpRefresh);
-        EXPECT_TRUE(g_lpMainFrame->ArmRefresh(lpPage, lpRefresh));
-        return lpRefresh;
     }
     // While the name service is being asked, neither an event nor the end of the library waits for it.
     void ExpectSwiftEnd() {
@@ -169,96 +135,35 @@ TEST_F(FrameTest, EscapeKeepsTheOldPageAndTheUrl) {
     EXPECT_EQ(g_nCallbacks, 1) << "for A alone";
 }
 
-TEST_F(FrameTest, RefreshFiresAtItsDelay) {
-    const uint32_t aCases[][3] = {{1000, 5999, 0}, {1000, 6000, 1}, {1000, 9000, 1}, {1000, 990, 0},
-                                  {~15u, ~0u, 0},  {~15u, 4983, 0}, {~15u, 4984, 1}};
-    for (const auto &[dwStart, dwTime, bFires] : aCases) {
-        Load("A");
-        g_dwNow = dwStart;
-        const MetaRefresh *lpRefresh = Arm();
-        g_lpMainFrame->OnTimer(dwTime);
-        EXPECT_EQ(g_lpMainFrame->_lpRefresh, bFires ? nullptr : lpRefresh)
-            << dwTime;  // the next Load disarms it
-        ASSERT_TRUE(WaitForWorkers());
-        EXPECT_EQ(State().back(), bFires ? 'B' : 'A') << dwTime;
-    }
-}
-
-TEST_F(FrameTest, RefreshIsTakenAwayByNavigationAndWithItsPage) {
+// A service that the host has lent is called inside an event, in the middle of everything.
+TEST_F(FrameTest, CallsFromInsideAnEventDoNothing) {
+    class Service : public Element {
+      public:
+        using Element::Element;
+        int OnChar(int) override {
+            uint32_t dwPixel = 0;
+            tessel_OpenURL("B");
+            tessel_Render(&dwPixel);
+            return tessel_OnSysKeyDown(0x25);
+        }
+    };
     Load("A");
-    MetaRefresh *lpRefresh = Arm();
-    EXPECT_FALSE(g_lpMainFrame->ArmRefresh(g_lpMainFrame->_lpPage, lpRefresh)) << "the first one stays";
-    tessel_OnCancel();
-    EXPECT_FALSE(g_lpMainFrame->_lpRefresh) << "a cancellation";
-    EXPECT_FALSE(g_lpMainFrame->ArmRefresh(g_lpMainFrame->_lpPage, lpRefresh))
-        << "of a page that arms no more";
-    for (const bool bForget : {false, true}) {
-        Load("A");
-        EXPECT_FALSE(g_lpMainFrame->_lpRefresh) << "another load";
-        Arm();
-        if (bForget)
-            g_lpMainFrame->Forget(g_lpMainFrame->_lpPage);
-        EXPECT_EQ(g_lpMainFrame->_lpRefresh == nullptr, bForget) << "its page goes";
-    }
-}
-
-TEST_F(FrameTest, FramesInFramesPaintAtTheirPlacesAsFarAsTheyCanBeSeen) {
-    tessel_Render(Buffer());
-    EXPECT_EQ(CountAll(kUntouched), 400 * 300) << "nothing before there is a page";
-    // A FRAME too many is dropped; a row without a size gets a width, but stays 0 high.
-    Divide(g_lpMainFrame, kCols, {100, 300}, {"red", "A", "blue"});
-    Divide(Child(g_lpMainFrame), kRows, {100, 200, 0}, {"A", "blue", "red"});
-    EXPECT_EQ(Child(Child(g_lpMainFrame))->_rc, Rect(0, 300, 300, 0));
-    EXPECT_EQ(g_nCallbacks, 1 + 2 + 1 + 3) << "one for each document";
-    for (int i = 0; i < 2; ++i) {
-        std::fill_n(Buffer(), 400 * 300, kUntouched);
-        tessel_Render(Buffer());
-        EXPECT_EQ(CountPixels(0xFF0000, 0, 0, 100, 300), 100 * 300);
-        EXPECT_EQ(CountPixels(0xFFFFFF, 100, 0, 300, 100), 300 * 100);
-        EXPECT_EQ(CountPixels(0x0000FF, 100, 100, 300, 200), 300 * 200);
-        tessel_Invalidate();
-    }
-    // What oversteps the frame is cut.
-    Divide(g_lpMainFrame, kCols, {300, 300, 50}, {"A", "A", "red"});
-    Divide(Child(g_lpMainFrame, 1), kRows, {200, 400}, {"A", "blue"});
-    tessel_Render(Buffer());
-    EXPECT_EQ(CountPixels(0x0000FF, 300, 200, 100, 100), 100 * 100);
-    EXPECT_EQ(CountAll(0x0000FF) + CountAll(0xFF0000), 100 * 100) << "nothing further right";
-    Divide(g_lpMainFrame, kCols, {-50, 100}, {"red", "red"});
-    tessel_Render(Buffer());
-    EXPECT_EQ(CountAll(0xFF0000), 0) << "nor further left";
-}
-
-// Those that still wait for their turn to load go at once when something else comes.
-TEST_F(FrameTest, FramesInFramesEnd) {
-    Frame *lpFrame = g_lpMainFrame;
-    int nDepth = 0;
-    for (; nDepth < 20 && (Divide(lpFrame, kCols, {400}, {"A"}), lpFrame->_lpChildren); ++nDepth)
-        lpFrame = Child(lpFrame);
-    EXPECT_EQ(nDepth, 8);
-    Divide(g_lpMainFrame, kCols, Sizes(10, 40), Sources(10, "A"));
-    for (int i = 0; i < 10; ++i)
-        Divide(Child(g_lpMainFrame, i), kCols, Sizes(10, 4), Sources(10, "A"));
-    EXPECT_EQ(Frame::CountFrames(), 64);
-    HoldTurn();
-    Child(Child(g_lpMainFrame))->OpenURL("B", 1, METHOD_GET);
-    {
-        std::scoped_lock lock(g_lpMainFrame->_hPaintMutex, g_lpMainFrame->_hPageMutex);
-        g_lpMainFrame->SetPage(new Page(g_lpMainFrame, &g_lpMainFrame->_rc, &g_lpMainFrame->_rc, ""));
-    }
+    Page *lpPage = g_lpMainFrame->_lpPage;
+    lpPage->AddChild(new Service(lpPage, 1));
+    lpPage->SetFocus(lpPage->_lpChildren->lpData);
+    tessel_OnChar('x');
     ASSERT_TRUE(WaitForWorkers());
-    EXPECT_EQ(Frame::CountFrames() + Workers().CountRetired(), 1);
-    ReleaseTurn();
+    EXPECT_EQ(State(), "A* A");
+    EXPECT_EQ(g_nCallbacks, 1);
 }
 
 TEST_F(FrameTest, FrameWithASlowNameDoesNotHoldTheHost) {
-    Divide(g_lpMainFrame, kCols, {400}, {NewSlowURL().c_str()}, false);
+    tessel_OpenURL(WriteFile("frames", "<FRAMESET COLS=400><FRAME SRC=" + NewSlowURL() + ">").c_str());
     ExpectSwiftEnd();
 }
 
 TEST_F(FrameTest, RefreshWithASlowNameDoesNotHoldTheHost) {
-    Load("A");
-    Arm(NewSlowURL().c_str());
+    Load(WriteFile("refresh", "<META HTTP-EQUIV=REFRESH CONTENT=5 URL=" + NewSlowURL() + ">"));
     g_dwNow += 5000;
     ExpectSwiftEnd();
 }

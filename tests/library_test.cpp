@@ -1,22 +1,11 @@
 // The library as a host meets it: loaded from its file, used through the symbols that it shows, unloaded
 // again.
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <atomic>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <set>
-#include <string>
-#include <thread>
 #include <vector>
 
-#include "tessel.h"
-#include "tessel_host.h"
+#include "loaded_library.h"
 
 namespace {
 
@@ -25,42 +14,6 @@ std::atomic<int> g_nCallbacks{0};
 void CountCallback(int) {
     ++g_nCallbacks;
 }
-
-// One load of the library, with the functions that these tests call.
-class Library {
-  public:
-    Library() : _hLibrary(dlopen(TESSEL_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
-        EXPECT_TRUE(_hLibrary) << dlerror();
-    }
-    ~Library() {
-        if (_hLibrary)
-            dlclose(_hLibrary);
-    }
-    Library(const Library &) = delete;
-    Library &operator=(const Library &) = delete;
-
-    template <class Function>
-    Function *Get(const char *lpszName) {
-        void *lpSymbol = dlsym(_hLibrary, lpszName);
-        EXPECT_TRUE(lpSymbol) << lpszName;
-        return reinterpret_cast<Function *>(lpSymbol);
-    }
-
-    platform_FetchCounts Counts() {
-        platform_FetchCounts counts;
-        Get<decltype(platform_GetFetchCounts)>("platform_GetFetchCounts")(&counts);
-        return counts;
-    }
-
-    void WaitUntilLoaded() {
-        for (int i = 0; i < 5000 && Counts().pages_running; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        EXPECT_EQ(Counts().pages_running, 0u);
-    }
-
-  private:
-    void *_hLibrary;
-};
 
 // The first words of each line that a command prints, the last column of nm among them.
 std::set<std::string> RunForLastWords(const std::string &strCommand) {
@@ -76,21 +29,6 @@ std::set<std::string> RunForLastWords(const std::string &strCommand) {
         pclose(lpPipe);
     return words;
 }
-
-class LibraryTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        char szFolder[] = "/tmp/tessel-test-XXXXXX";
-        _strFolder = mkdtemp(szFolder);
-        std::filesystem::current_path(_strFolder);
-        std::ofstream("page.html") << "<TITLE>A page</TITLE><BODY BGCOLOR=#336699>text";
-    }
-    void TearDown() override {
-        std::filesystem::current_path("/");
-        std::filesystem::remove_all(_strFolder);
-    }
-    std::string _strFolder;
-};
 
 }  // namespace
 
@@ -155,28 +93,142 @@ TEST_F(LibraryTest, LoadsAndUnloadsManyTimes) {
         << "something keeps the library loaded";
 }
 
+namespace {
+
+Library *g_lpLibrary;
+std::string g_strMisuse;
+
+// Calls every function but those that begin and end a life. Returns what a call without effect would not have done.
+std::string CallEverything(Library &library) {
+    std::string strEffects;
+    const platform_FetchCounts before = library.Counts();
+    for (const char *lpszName :
+         {"MouseMove", "LMouseDown", "RMouseDown", "LMouseUp", "RMouseUp", "LMouseDrag", "RMouseDrag"})
+        strEffects +=
+            library.Get<int(uint16_t, uint16_t)>(("tessel_On" + std::string(lpszName)).c_str())(1, 1)
+                ? lpszName
+                : "";
+    for (const char *lpszName : {"Char", "KeyDown", "KeyUp", "SysKeyDown", "SysKeyUp"})
+        strEffects +=
+            library.Get<int(int)>(("tessel_On" + std::string(lpszName)).c_str())(37) ? lpszName : "";
+    for (const char *lpszName : {"Prev", "Next", "OnCancel", "Invalidate"})
+        library.Get<void()>(("tessel_" + std::string(lpszName)).c_str())();
+    uint32_t dwPixel = 7;
+    char cTitle = 'x';
+    TESSEL_CALL(library, tessel_SetSize)(5, 5);
+    TESSEL_CALL(library, tessel_OpenURL)("page.html");
+    TESSEL_CALL(library, tessel_Render)(&dwPixel);
+    TESSEL_CALL(library, tessel_GetTitle)(&cTitle);
+    const platform_FetchCounts after = library.Counts();
+    if (memcmp(&before, &after, sizeof before) != 0)
+        strEffects += " loads";
+    return strEffects + (dwPixel == 7 ? "" : " paints") + (cTitle == 'x' ? "" : " tells the title");
+}
+
+// On a thread of the library; what it does there is against the rules, the life of the library included.
+void MisuseCallback(int) {
+    g_strMisuse += CallEverything(*g_lpLibrary);
+    TESSEL_CALL(*g_lpLibrary, tessel_SetCallback)(TESSEL_CALLBACK_CHANGED, nullptr);
+    TESSEL_CALL(*g_lpLibrary, tessel_ShutDown)();
+    g_strMisuse += TESSEL_CALL(*g_lpLibrary, tessel_Init)(g_lpLibrary, 9, 9) ? " starts" : "";
+    ++g_nCallbacks;
+}
+
+void ShutDownInCallback(int) {
+    ++g_nCallbacks;
+    TESSEL_CALL(*g_lpLibrary, tessel_ShutDown)();
+#ifdef NDEBUG
+    g_strMisuse += CallEverything(*g_lpLibrary);
+    g_strMisuse += TESSEL_CALL(*g_lpLibrary, tessel_Init)(g_lpLibrary, 9, 9) ? " starts" : "";
+#endif
+}
+
+void ReplaceInCallback(int) {
+    ++g_nCallbacks;
+    TESSEL_CALL(*g_lpLibrary, tessel_SetCallback)(TESSEL_CALLBACK_CHANGED, ShutDownInCallback);
+}
+
+// A library that runs, without a page.
+class MisuseTest : public LibraryTest {
+  protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        g_lpLibrary = &library;
+        g_nCallbacks = 0;
+        g_strMisuse.clear();
+        ASSERT_EQ(TESSEL_CALL(library, tessel_Init)(this, 1, 1), 1);
+    }
+    void Load(const char *lpszURL) {
+        TESSEL_CALL(library, tessel_OpenURL)(lpszURL);
+        library.WaitUntilLoaded();
+    }
+    // A press beside everything changes the picture as far as the library knows.
+    void Press() { TESSEL_CALL(library, tessel_OnLMouseDown)(1, 1); }
+    Library library;
+};
+
+}  // namespace
+
+TEST_F(MisuseTest, CallsOnAThreadOfTheLibraryDoNothing) {
+    TESSEL_CALL(library, tessel_SetCallback)(TESSEL_CALLBACK_CHANGED, MisuseCallback);
+    for (int i = 1; i <= 3; ++i) {
+        Load("page.html");
+        for (int nWait = 0; nWait < 5000 && g_nCallbacks < i; ++nWait)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        EXPECT_EQ(g_nCallbacks, i) << "the callback is still set, and the library runs";
+    }
+    TESSEL_CALL(library, tessel_ShutDown)();
+    EXPECT_EQ(g_strMisuse, "");
+}
+
+TEST_F(MisuseTest, ACallbackOnTheHostsThreadReplacesItselfAndShutsDown) {
+    Load("page.html");
+    TESSEL_CALL(library, tessel_SetCallback)(TESSEL_CALLBACK_CHANGED, ReplaceInCallback);
+    Press();
+    EXPECT_EQ(g_nCallbacks, 1);
+    Press();
+    EXPECT_EQ(g_nCallbacks, 2) << "the other one";
+#ifdef NDEBUG
+    Press();
+    EXPECT_EQ(CallEverything(library) + g_strMisuse, "");
+#endif
+    EXPECT_EQ(g_nCallbacks, 2) << "none after the shut down";
+}
+
+TEST_F(MisuseTest, UrlsOfAMegabyteFailLikeMissingPages) {
+    const std::string strLong(1 << 20, 'a');
+    uint32_t nFailed = 0;
+    for (const std::string &strURL :
+         {strLong, "file://" + strLong, "http://" + strLong, "http://127.0.0.1/" + strLong,
+          "127.0.0.1/a?" + strLong, strLong + "/a", std::string(1 << 20, '/')}) {
+        Load(strURL.c_str());
+        EXPECT_EQ(library.Counts().pages_failed, ++nFailed) << strURL.substr(0, 20);
+    }
+    for (int i = 0; i < 3; ++i)
+        TESSEL_CALL(library, tessel_Prev)();
+    library.WaitUntilLoaded();
+    TESSEL_CALL(library, tessel_ShutDown)();
+}
+
 #ifdef NDEBUG
 // A build with assertions stops at each of these.
-TEST_F(LibraryTest, CallsOutOfOrderDoNothing) {
+TEST_F(MisuseTest, CallsOutOfOrderAndWithNullDoNothing) {
+    TESSEL_CALL(library, tessel_Render)(nullptr);
+    TESSEL_CALL(library, tessel_OpenURL)(nullptr);
+    Load("page.html");
+    TESSEL_CALL(library, tessel_GetTitle)(nullptr);
+    TESSEL_CALL(library, tessel_ShutDown)();
+    TESSEL_CALL(library, tessel_ShutDown)();
+    EXPECT_EQ(CallEverything(library), "");
+    EXPECT_EQ(TESSEL_CALL(library, tessel_Init)(this, 1, 1), 0) << "once for each load";
+    EXPECT_EQ(library.Counts().pages_loaded, 1u) << "a null URL is none";
+}
+
+TEST_F(LibraryTest, CallsBeforeTheBeginningDoNothing) {
     Library library;
-    int nWindow = 0;
-    uint32_t dwPixel = 7;
-    const auto CallAll = [&] {
-        library.Get<decltype(tessel_Render)>("tessel_Render")(&dwPixel);
-        library.Get<decltype(tessel_OpenURL)>("tessel_OpenURL")("page.html");
-        EXPECT_EQ(library.Get<decltype(tessel_OnSysKeyDown)>("tessel_OnSysKeyDown")(37), 0);
-        library.Get<decltype(tessel_Invalidate)>("tessel_Invalidate")();
-        EXPECT_EQ(library.Counts().pages_running, 0u);
-    };
-    CallAll();
-    ASSERT_EQ(library.Get<decltype(tessel_Init)>("tessel_Init")(&nWindow, 1, 1), 1);
-    library.Get<decltype(tessel_Render)>("tessel_Render")(nullptr);
-    library.Get<decltype(tessel_OpenURL)>("tessel_OpenURL")(nullptr);
-    library.Get<decltype(tessel_GetTitle)>("tessel_GetTitle")(nullptr);
-    library.Get<decltype(tessel_ShutDown)>("tessel_ShutDown")();
-    library.Get<decltype(tessel_ShutDown)>("tessel_ShutDown")();
-    EXPECT_EQ(library.Get<decltype(tessel_Init)>("tessel_Init")(&nWindow, 1, 1), 0) << "once for each load";
-    CallAll();
-    EXPECT_EQ(dwPixel, 7u);
+    EXPECT_EQ(CallEverything(library), "");
+    TESSEL_CALL(library, tessel_ShutDown)();
+    EXPECT_EQ(TESSEL_CALL(library, tessel_Init)(this, 1, 1), 0);
+    EXPECT_EQ(CallEverything(library), "");
 }
 #endif
