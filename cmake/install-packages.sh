@@ -5,8 +5,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libfreetype-dev libfontconfig-dev libpng-dev fonts-liberation)
 if [[ ${1-} == --tests ]]; then
-    packages+=(libgtest-dev libgmock-dev libbenchmark-dev binutils
-        libjpeg-turbo-progs libjpeg62-turbo-dev)
+    packages+=(libgtest-dev libgmock-dev libbenchmark-dev binutils libjpeg-turbo-progs libjpeg62-turbo-dev)
 fi
 
 # Without Debian's tools nothing is known about what is there: the build will say what it does not find.
