@@ -35,8 +35,6 @@ Pixels Decode(const std::string &file) {
     return pixels;
 }
 
-// --- Files that cjpeg makes ---
-
 std::string ReadFile(const std::string &name) {
     return (std::ostringstream() << std::ifstream(name, std::ios::binary).rdbuf()).str();
 }
@@ -61,7 +59,6 @@ std::string Compress(int nWidth, int nHeight, size_t nKind, const std::string &o
     std::string file = ReadFile(folder + "/file"), out = ReadFile(folder + "/out");
     std::filesystem::remove_all(folder);
     const auto sample = [&](size_t i) { return uint32_t{static_cast<uint8_t>(out.at(i))}; };
-    lpExpected->clear();
     for (size_t i = out.find("255\n") + 4; i < out.size(); i += 3)
         lpExpected->push_back(sample(i) << 16 | sample(i + 1) << 8 | sample(i + 2));
     // cjpeg marks files with 16-bit tables as more than baseline; but for the mark there is no difference.
@@ -92,12 +89,12 @@ TEST(JpegTest, PicturesAreAsDjpegHasThem) {
     }
 }
 
-// Each byte is once the first that is missing, which makes a file of no use, and once changed. What comes of a
-// change is anybody's guess, but it ends and stays within its arrays.
+// Each byte is once the first that is missing, which makes a file of no use, and once changed. What comes of
+// a change is anybody's guess, but it ends and stays within its arrays.
 TEST(JpegTest, DamageDoesNoHarm) {
     for (const char *lpszOptions : {"-sample 2x2 -optimize", "-sample 3x1 -restart 2B", "-grayscale"}) {
         Pixels expected;
-        const std::string good = Compress(50, 35, 0, lpszOptions, &expected);
+        const std::string good = Compress(34, 20, 0, lpszOptions, &expected);
         size_t nRefused = 0;
         for (size_t i = 1; i < good.size(); ++i) {
             Decode(good.substr(0, i));
@@ -111,8 +108,6 @@ TEST(JpegTest, DamageDoesNoHarm) {
         EXPECT_LT(nRefused, good.size() - 20);
     }
 }
-
-// --- Files made by hand ---
 
 // A file from words, as jpeg_cases.txt explains them.
 std::string File(std::string words) {
@@ -203,7 +198,6 @@ TEST(JpegTest, ArgumentsHaveToBeGivenAndToFit) {
     Pixels pixels(65, 1);
     uint32_t n = 8, m = 8, nine = 9, *lp = pixels.data();
     Decode("?");  // hears the messages
-    g_strOutcome.clear();
     EXPECT_EQ(jpg_JPGToRGB(nullptr, 1, &n, &m, &lp, 0) + jpg_JPGToRGB(p, -1, &n, &m, &lp, 0) +
                   jpg_JPGToRGB(p, 1, nullptr, &m, &lp, 0) + jpg_JPGToRGB(p, 1, &n, nullptr, &lp, 0) +
                   jpg_GetDimensions(nullptr, 1, &n, &m) + jpg_GetDimensions(p, 0, &n, &m) +
@@ -211,13 +205,14 @@ TEST(JpegTest, ArgumentsHaveToBeGivenAndToFit) {
                   jpg_JPGToRGB(p, 1, &n, &m, nullptr, 0) + jpg_JPGToRGB(p, nLength, &n, &nine, &lp, 0),
               0);
     EXPECT_EQ(pixels, Pixels(65, 1));
-    EXPECT_EQ(g_strOutcome,
-              "Cannot pass NULL source buffer to jpg_JPGToRGB;Cannot pass <= 0 source buflen to jpg_JPGToRGB;"
-              "Cannot pass NULL source width  to jpg_JPGToRGB;Cannot pass NULL source height to jpg_JPGToRGB;"
-              "Cannot pass NULL source buffer to jpg_GetDimensions;Cannot pass <= 0 source buflen to "
-              "jpg_GetDimensions;Cannot pass NULL source width  to jpg_GetDimensions;Cannot pass NULL source "
-              "height to jpg_GetDimensions;Cannot pass NULL dest   buffer to jpg_JPGToRGB;Invalid or "
-              "insufficient information in JFIF M_SOF0;");
+    EXPECT_EQ(
+        g_strOutcome,
+        "0Cannot pass NULL source buffer to jpg_JPGToRGB;Cannot pass <= 0 source buflen to jpg_JPGToRGB;"
+        "Cannot pass NULL source width  to jpg_JPGToRGB;Cannot pass NULL source height to jpg_JPGToRGB;"
+        "Cannot pass NULL source buffer to jpg_GetDimensions;Cannot pass <= 0 source buflen to "
+        "jpg_GetDimensions;Cannot pass NULL source width  to jpg_GetDimensions;Cannot pass NULL source "
+        "height to jpg_GetDimensions;Cannot pass NULL dest   buffer to jpg_JPGToRGB;Invalid or "
+        "insufficient information in JFIF M_SOF0;");
     EXPECT_EQ(jpg_JPGToRGB(p, nLength, &n, &m, &lp, 0), 1);
     EXPECT_EQ(pixels[63] + pixels[64], 0x808081u);
 }

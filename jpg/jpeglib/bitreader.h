@@ -12,8 +12,8 @@ namespace jpg {
 enum : uint8_t { kRestart0 = 0xD0, kRestart7 = 0xD7, kEndOfImage = 0xD9 };
 
 // The bits in hand, the next one at the top. Below the count there may stand more bits of the file, which the
-// next filling only repeats. It is handed about by value, to stay in two registers. Both have 64 bits, so that
-// one filling lasts for several codes, and the count a sign.
+// next filling only repeats. It is handed about by value, to stay in two registers. Both have 64 bits, so
+// that one filling lasts for several codes, and the count a sign.
 struct Bits {
     uint64_t _dwBitBuf = 0;
     int64_t _dwBitCount = 0;

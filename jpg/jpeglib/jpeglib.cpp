@@ -270,8 +270,8 @@ Stop ReadHeader(ByteReader *lpReader, JpegState *lpState, const PictureSize *lpW
     return Stop::kFailed;
 }
 
-// The array for a picture whose frame header has been read, null if that is too large. Black, since a file may
-// end before all of it is drawn.
+// The array for a picture whose frame header has been read, null if that is too large. Black, since a file
+// may end before all of it is drawn.
 uint32_t *NewPixels(const JpegState &state) {
     if (IsTooLarge({state._wWidth, state._wHeight}))
         return nullptr;

@@ -2,8 +2,7 @@
 //
 // It reads baseline files of ITU T.81: one sequential Huffman-coded scan with all components interleaved,
 // 8-bit samples, YCbCr or grey. Progressive, lossless and arithmetic-coded files, several scans and other
-// numbers of components are refused; nothing is mended in a damaged scan. Pictures are at most 16,384 pixels
-// wide and high, and of 64 million pixels.
+// numbers of components are refused; nothing is mended in a damaged scan.
 //
 // This folder knows nothing of the rest of the engine. All state is local to a call, so any number of threads
 // may decode at the same time; a call takes about 60 KB of stack, and no memory but for the output.
@@ -20,8 +19,9 @@ int jpg_GetDimensions(const uint8_t *lpSource, int nLength, uint32_t *lpWidth, u
 //
 // bAllocate 0: *lppDest is an array of *lpWidth x *lpHeight pixels, and a file of another size is refused.
 // bAllocate 1: the three outputs are cleared, and *lppDest becomes an array that the caller frees with
-// delete[]; it stays null if the file ends without a scan. After a failure the array is gone and *lppDest is
-// not to be used.
+// delete[]; it stays null if the file ends without a scan. A picture of more than 16,384 pixels in one
+// direction or 64 million in all is refused. After a failure the array is gone and *lppDest is not to be
+// used.
 //
 // Pixels are 0x00RRGGBB, rows from the top down without gaps. Only what is decoded is written, on failure
 // perhaps a part.

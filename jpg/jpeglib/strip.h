@@ -19,8 +19,8 @@ class Strip {
     // Of a picture whose frame header has been read, and its pixels.
     Strip(const JpegState &state, uint32_t *lpPixels);
 
-    // Takes the samples of a block, row by row: of the MCU that comes next, the block in column h and row v of a
-    // component.
+    // Takes the samples of a block, row by row: of the MCU that comes next, the block in column h and row v
+    // of a component.
     void Put(int nComponent, int h, int v, const uint8_t *lpSamples) {
         const int x = (_nMCUs * _state._aComponents[nComponent]._bH + h) * kBlock;
         for (int y = 0; y < kBlock; ++y)

@@ -2,7 +2,8 @@
 // compute the same numbers, since vector code is faster without tables.
 //
 // The tables are written by the first call, without a lock. If two calls come first at the same moment, both
-// write what a cell holds for good; cells are atomic so that the language agrees. A relaxed load is a plain one.
+// write what a cell holds for good; cells are atomic so that the language agrees. A relaxed load is a plain
+// one.
 #pragma once
 
 #include <atomic>
@@ -10,12 +11,13 @@
 
 namespace jpg {
 
-// Clamps to 0 to 255, but what lies above 639 has wrapped around and counts as negative. From index -256 to 1151.
+// Clamps to 0 to 255, but what lies above 639 has wrapped around and counts as negative. From index -256 to
+// 1151.
 inline constexpr int kRangeLimitBase = 256;
 extern std::atomic<uint8_t> g_abRangeLimit[1408];
 
-// By a sample of chroma: what it adds to red and blue, and its parts of what both add to green, in 65536ths and
-// with the rounding.
+// By a sample of chroma: what it adds to red and blue, and its parts of what both add to green, in 65536ths
+// and with the rounding.
 extern std::atomic<int32_t> g_anCrToR[256];
 extern std::atomic<int32_t> g_anCbToB[256];
 extern std::atomic<int32_t> g_anCrToG[256];

@@ -13,9 +13,9 @@ namespace platform {
 namespace {
 
 // The deepest that a worker goes is the rasteriser, measured at 82 KB with its first font, of which 77 KB are
-// fontconfig and FreeType, on top of 8 KB of Page::ParseTag and a tag's handler. A JPEG decoder takes 59 KB, its
-// state and the strip of samples. The rest is for other versions of the libraries and other font settings.
-// Sanitizers make frames larger.
+// fontconfig and FreeType, on top of 8 KB of Page::ParseTag and a tag's handler. A JPEG decoder takes 59 KB,
+// its state and the strip of samples. The rest is for other versions of the libraries and other font
+// settings. Sanitizers make frames larger.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr size_t kStackSize = 1024 * 1024;
 #else
