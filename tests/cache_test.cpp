@@ -8,8 +8,6 @@
 #include <csignal>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "engine_fixture.h"
 
@@ -39,13 +37,7 @@ void Write(const std::string &strBody, const std::string &strName = kName, const
 
 std::string NameOf(const char *lpszPath) {
     char szName[kCacheNameSize];
-    MakeCachePath(szName, lpszPath);
-    return szName;
-}
-
-std::string Contents(const std::string &strFile) {
-    std::ifstream file(strFile, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return MakeCachePath(szName, lpszPath), szName;
 }
 
 // The bytes of a file with this URL.
@@ -212,13 +204,11 @@ TEST_F(CacheTest, PurgeKeepsThe16NewestOfThoseThatAreYoung) {
     Age("cache/0", -100 * 12 * kMonth);
     EXPECT_EQ(Purge(), 12);
     // Exactly 30 days, as long as the second lasts.
-    time_t nThen;
-    int nLeft;
-    do {
+    int nLeft = 0;
+    for (time_t nThen = 0; nThen != time(nullptr); nLeft = Purge()) {
         nThen = time(nullptr);
         MakeFiles(50, 1, kMonth);
-        nLeft = Purge();
-    } while (time(nullptr) != nThen);
+    }
     EXPECT_EQ(nLeft, 13);
     // What else lies there is nobody's to delete.
     fs::create_directory("cache/folder");

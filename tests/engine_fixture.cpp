@@ -11,6 +11,11 @@
 #include "text.h"
 #include "workers.h"
 
+std::string Contents(const std::string &strFile) {
+    std::ifstream file(strFile, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 bool FixedRasterizer::Rasterize(const char *, int nHeight, uint16_t, platform::FontCells *lpCells) {
     ++nCalls;
     if (bFails)
@@ -30,12 +35,15 @@ void EngineTest::StartEngine(int nWidth, int nHeight) {
     char szFolder[] = "/tmp/tessel-test-XXXXXX";
     _strFolder = mkdtemp(szFolder);
     std::filesystem::current_path(_strFolder);
-    static int s_nInstance;
     platform::ReplaceRasterizer(&_rasterizer);
-    ASSERT_EQ(DllMain(&s_nInstance, PROCESS_ATTACH), 1);
-    ASSERT_EQ(tessel_Init(&s_nInstance, nWidth, nHeight), 1);
     _nWidth = nWidth;
     _buffer.assign(static_cast<size_t>(nWidth * nHeight) + 2 * kGuard, kUntouched);
+    RestartEngine(nWidth, nHeight);
+}
+
+void EngineTest::RestartEngine(int nWidth, int nHeight) {
+    ASSERT_EQ(DllMain(this, PROCESS_ATTACH), 1);
+    ASSERT_EQ(tessel_Init(this, nWidth, nHeight), 1);
 }
 
 void EngineTest::StopEngine() {

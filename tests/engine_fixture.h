@@ -15,6 +15,9 @@
 #include "platform/rasterizer.h"
 #include "resource.h"
 
+// The bytes of a file; empty if there is none.
+std::string Contents(const std::string &strFile);
+
 // Waits, for 20 seconds at most; false if it was in vain.
 template <class Condition>
 bool WaitUntil(Condition isDone) {
@@ -63,6 +66,8 @@ class EngineTest : public ::testing::Test {
     void TearDown() override;
     void StartEngine(int nWidth, int nHeight);
     void StopEngine();
+    // After StopEngine, with the buffer of before.
+    void RestartEngine(int nWidth = 400, int nHeight = 300);
 
     uint32_t *Buffer() { return _buffer.data() + kGuard; }
     uint32_t PixelAt(int x, int y) { return Buffer()[y * _nWidth + x]; }

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "engine_fixture.h"
 #include "loopback_server.h"
@@ -61,10 +59,6 @@ class NginxTest : public EngineTest {
         Load(Url(strPath));
         tessel_GetTitle(szTitle);
         return szTitle;
-    }
-    static std::string Contents(const std::string &strFile) {
-        std::ifstream file(strFile, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
     static constexpr int kWidth = 800, kHeight = 900;
     std::string _strAddress;

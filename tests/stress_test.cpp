@@ -86,8 +86,7 @@ class StressTest : public EngineTest {
         EXPECT_EQ(Workers().CountWorkers(), 0);
         EXPECT_EQ(Workers().CountRetired(), 0);
         g_bDown = false;
-        ASSERT_EQ(DllMain(this, PROCESS_ATTACH), 1);
-        ASSERT_EQ(tessel_Init(this, 400, 300), 1);
+        RestartEngine();
         tessel_SetCallback(TESSEL_CALLBACK_CHANGED, OnChanged);
     }
 
