@@ -133,6 +133,8 @@ void DestroyMainFrame() {
     ExportState &state = State();
     state.bShutDown = false;
     state.bRunning = false;
+    // An unload holds the loader's lock throughout, which a name lookup asks for: none is to begin any more.
+    Workers().BeginClose();
     state.timer.Stop();
     if (!g_lpMainFrame)
         return;

@@ -62,10 +62,15 @@ void WorkerRegistry::Open() {
     _counts = {};
 }
 
-void WorkerRegistry::Close() {
-    std::unique_lock lock(_mutex);
+void WorkerRegistry::BeginClose() {
+    Lock lock(_mutex);
     _bClosing = true;
     CancelBelow(nullptr);
+}
+
+void WorkerRegistry::Close() {
+    BeginClose();
+    std::unique_lock lock(_mutex);
     // Running workers take over those that wait for a thread; without any they end here.
     while (_lpStranded && !_nRunning) {
         Worker *lpWorker = TakeStranded();

@@ -38,8 +38,9 @@ class WorkerRegistry {
 
     // Begins anew: everything counts from 0. No worker may be left.
     void Open();
-    // Cancels everything and returns when every worker has ended; what is started from now on is cancelled at
-    // once. On the host's thread, with no lock held but the export lock.
+    // Cancels everything; what is started from now on is cancelled at once.
+    void BeginClose();
+    // The same, and returns when every worker has ended. On the host's thread, with no lock held but the export lock.
     void Close();
 
     // Starts a worker for lpResource. If the system gives no thread, the Resource waits for a worker that

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr char kLinkPage[] = "<TITLE>link</TITLE><BODY BGCOLOR=#102030><A HREF=next.html>linklinklink</A>";
-
 Frame *AsFrame(List<Element> *lpNode) {
     return static_cast<Frame *>(lpNode->lpData);
 }
@@ -39,20 +37,16 @@ int DepthBelow(const Frame *lpFrame) {
     return nDepth;
 }
 
-std::string Colour(const char *lpszColour) {
-    return std::string("<BODY BGCOLOR=") + lpszColour + ">";
-}
-
 }  // namespace
 
 class FramesetTest : public EngineTest {
   protected:
     void SetUp() override {
         StartEngine(640, 480);
-        WriteFile("link.html", kLinkPage);
+        WriteFile("link.html", "<TITLE>link</TITLE><BODY BGCOLOR=#102030><A HREF=next.html>linklinklink</A>");
         WriteFile("next.html", "<TITLE>next</TITLE>");
-        for (const char *lpszColour : {"red", "green", "blue"})
-            WriteFile(lpszColour, Colour(lpszColour));
+        for (const std::string strColour : {"red", "green", "blue"})
+            WriteFile(strColour, "<BODY BGCOLOR=" + strColour + ">");
     }
     // "x,y wxh SRC;" for each FRAME, or "none" for a document that shows as a page.
     static std::string Divide(const std::string &strHTML, int nWidth = 640) {
@@ -71,15 +65,14 @@ class FramesetTest : public EngineTest {
         }
         return strFrames;
     }
+    int CountUntouched() { return CountPixels(kUntouched, 0, 0, 640, 480); }
     void Show(const std::string &strHTML) {
         Load(WriteFile("frameset.html", strHTML));
         tessel_Render(Buffer());
     }
-    static void Click(uint16_t x, uint16_t y) {
+    static void Press(uint16_t x, uint16_t y) {
         tessel_OnMouseMove(x, y);
         tessel_OnLMouseDown(x, y);
-        tessel_OnLMouseUp(x, y);
-        ASSERT_TRUE(WaitForWorkers());
     }
     static std::string Title(const Frame *lpFrame) {
         return lpFrame->_lpPage && lpFrame->_lpPage->_lpszTitle ? lpFrame->_lpPage->_lpszTitle : "";
@@ -150,7 +143,7 @@ TEST_F(FramesetTest, WhatIsUnderThePointerIsWhatIsPaintedThere) {
         }
     }
     EXPECT_EQ(colours, (std::set<uint32_t>{0xFF0000, 0x008000, 0x0000FF, 0x102030, kUntouched}));
-    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 640, 480), 640 * 480 - 100 * 480 - 400 * (177 + 200));
+    EXPECT_EQ(CountUntouched(), 640 * 480 - 100 * 480 - 400 * (177 + 200));
     const int nLink = CountPixels(0x102030, 150, 177, 100, 200);
     EXPECT_GT(nLink, 100 * 200 / 2);
     EXPECT_EQ(nLink, CountPixels(0x102030, 0, 0, 640, 480)) << "no further than its frame";
@@ -158,13 +151,13 @@ TEST_F(FramesetTest, WhatIsUnderThePointerIsWhatIsPaintedThere) {
     const std::vector<uint32_t> before(Buffer(), Buffer() + 640 * 480);
     std::fill_n(Buffer(), 640 * 480, kUntouched);
     tessel_Render(Buffer());
-    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 640, 480), 640 * 480) << "nothing has changed";
+    EXPECT_EQ(CountUntouched(), 640 * 480) << "nothing has changed";
     tessel_Invalidate();
     tessel_Render(Buffer());
     EXPECT_EQ(std::vector<uint32_t>(Buffer(), Buffer() + 640 * 480), before) << "all of it again";
     std::fill_n(Buffer(), 640 * 480, kUntouched);
     Show("<FRAMESET COLS=-50,100><FRAME SRC=red><FRAME SRC=red>");
-    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 640, 480), 640 * 480) << "nothing further left";
+    EXPECT_EQ(CountUntouched(), 640 * 480) << "nothing further left";
 }
 
 TEST_F(FramesetTest, FramesAreClickedInAndTypedIntoOnTheirOwn) {
@@ -174,7 +167,9 @@ TEST_F(FramesetTest, FramesAreClickedInAndTypedIntoOnTheirOwn) {
     const Frame *lpRight = Child(g_lpMainFrame, 1);
     const Frame *lpTop = Child(lpRight, 0);
     const Frame *lpBottom = Child(lpRight, 1);
-    Click(256 + 5, 80 + 5);
+    Press(256 + 5, 80 + 5);
+    tessel_OnLMouseUp(256 + 5, 80 + 5);
+    ASSERT_TRUE(WaitForWorkers());
     EXPECT_EQ(Title(lpLeft) + Title(lpTop) + Title(lpBottom), "linklinknext");
     EXPECT_STREQ(lpBottom->_lpHistory->lpData, "next.html");
     EXPECT_FALSE(lpBottom->_lpHistory->lpNext || lpTop->_lpHistory) << "a history of its own";
@@ -183,10 +178,6 @@ TEST_F(FramesetTest, FramesAreClickedInAndTypedIntoOnTheirOwn) {
     EXPECT_EQ(Title(lpBottom), "next") << "only the history of the top Frame is walked";
 
     // A press gives the focus, keys follow it; Tab at the top finds no stop and takes it away.
-    const auto Press = [](uint16_t x, uint16_t y) {
-        tessel_OnMouseMove(x, y);
-        tessel_OnLMouseDown(x, y);
-    };
     Press(5, 5);
     EXPECT_TRUE(g_lpMainFrame->_lpFocus->lpData == lpLeft && lpLeft->_lpPage->_lpFocus);
     tessel_OnKeyDown(9);
@@ -273,5 +264,5 @@ TEST_F(FramesetTest, ADocumentThatIsCancelledOrEmptyDividesNothing) {
     EXPECT_EQ(Child(g_lpMainFrame, 0), lpChild) << "the old frames stay";
     Show("<TITLE>x</TITLE><FRAMESET COLS=50,50>");
     EXPECT_FALSE(g_lpMainFrame->_lpChildren || g_lpMainFrame->_lpPage) << "nothing is shown";
-    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 640, 480), 640 * 480);
+    EXPECT_EQ(CountUntouched(), 640 * 480);
 }

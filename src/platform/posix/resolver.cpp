@@ -180,6 +180,9 @@ uint32_t ResolveAddress(const char *lpszHost, int (*lpfnGiveUp)(void *lpContext)
     uint32_t dwAddress = inet_addr(lpszHost);
     if (dwAddress != kNoAddress || Recall(lpszHost, &dwAddress))
         return dwAddress;
+    // Before the loader is asked for a reference: an unload that has begun would not let go of its lock.
+    if (lpfnGiveUp && lpfnGiveUp(lpContext))
+        return kNoAddress;
     if (++g_nQuestions > kMaxQuestions) {
         --g_nQuestions;
         return kNoAddress;
