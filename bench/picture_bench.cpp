@@ -43,8 +43,8 @@ void PutNoise(Bytes *lpFile, int nBytes, uint8_t bMask) {
     }
 }
 
-// Runs of 1 to 16 of one byte or, with nRaw, as many bytes as they are; each behind what Header(run, raw) gives. In
-// rows, over which no run goes on.
+// Rows of runs of 3 to 18 pixels, shorter only where a row ends, over which no run goes on. With bRaw, every second run is
+// written as it is. header(run, literal) writes what stands before each.
 template <class Header>
 void PutRuns(Bytes *lpFile, int nBytesPerPixel, bool bRaw, Header header) {
     uint32_t dwState = 1;
@@ -136,7 +136,7 @@ struct Sample {
     ImageDecoder lpfnDecode;
 };
 
-// Those of the demo pages, of 160 by 120 pixels and less.
+// Those of the demo pages, of 150 by 110 pixels and less.
 constexpr Sample kSamples[] = {
     {"morning.jpg", DecodeJPEG}, {"noon.bmp", DecodeBMP}, {"dusk.tga", DecodeTGA}, {"lily.pcx", DecodePCX}};
 constexpr int kSampleCount = sizeof kSamples / sizeof *kSamples;

@@ -48,7 +48,9 @@ bool IsPictureSize(int64_t nWidth, int64_t nHeight) {
 PixelArray::PixelArray(int64_t nWidth, int64_t nHeight) {
     if (!IsPictureSize(nWidth, nHeight))
         return;
-    _lpPixels.reset(new (std::nothrow) uint32_t[static_cast<size_t>(nWidth * nHeight)]());
+    // Not zeroed: whoever asks for pixels writes every one, or gives up. So a size that a file only claims costs next to
+    // nothing.
+    _lpPixels.reset(new (std::nothrow) uint32_t[static_cast<size_t>(nWidth * nHeight)]);
     _nWidth = static_cast<int>(nWidth);
     _nHeight = static_cast<int>(nHeight);
 }
