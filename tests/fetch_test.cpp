@@ -183,7 +183,7 @@ TEST_F(FetchTest, CancellationAndShutDownDoNotWaitForTheQueue) {
         }));
     }
     std::string strEnds;
-    for (int i = 0; i < 200; ++i, strEnds += "cancelled ")
+    for (int i = 0; i < 60; ++i, strEnds += "cancelled ")
         Start("file");
     EXPECT_TRUE(IsSwift(tessel_ShutDown));
     EXPECT_EQ(Ends(), strEnds);

