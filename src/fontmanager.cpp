@@ -1,11 +1,11 @@
 #include "fontmanager.h"
 
 #include <algorithm>
-#include <new>
+#include <iterator>
+#include <utility>
 
 #include "htmlparser.h"
 #include "mainframe.h"
-#include "platform/rasterizer.h"
 #include "types.h"
 
 const int32_t g_anFontHeights[kFontSizes] = {10, 12, 15, 17, 21, 27, 35};
@@ -27,56 +27,10 @@ CharInfo *FindSharedCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle)
     return nullptr;
 }
 
-uint8_t ToByte(int n) {
-    return static_cast<uint8_t>(std::clamp(n, 0, 255));
-}
-
-// Packs the first nWidth columns of nHeight rows, which stand in the cell padded to bytes, into a stream
-// without padding. The stream has a byte more than its whole bytes need.
-uint8_t *PackGlyph(const uint8_t *lpRows, int nPitch, int nWidth, int nHeight) {
-    const size_t nBytes = static_cast<size_t>(nWidth * nHeight / 8 + 1);
-    uint8_t *lpBits = new (std::nothrow) uint8_t[nBytes]();
-    if (!lpBits)
-        return nullptr;
-    int nBit = 0;
-    for (int nRow = 0; nRow < nHeight; ++nRow, lpRows += nPitch) {
-        for (int nColumn = 0; nColumn < nWidth; nColumn += 8) {
-            const int nCount = std::min(8, nWidth - nColumn);
-            const int nShift = nBit & 7;
-            const unsigned nInk = lpRows[nColumn / 8] & (0xFF00u >> nCount) & 0xFF;
-            lpBits[nBit / 8] = static_cast<uint8_t>(lpBits[nBit / 8] | nInk >> nShift);
-            if (nShift + nCount > 8)
-                lpBits[nBit / 8 + 1] = static_cast<uint8_t>(nInk << (8 - nShift));
-            nBit += nCount;
-        }
-    }
-    return lpBits;
-}
-
-bool FillGlyphs(const platform::FontCells &cells, CharInfo *lpCharInfo) {
-    const int nRows = std::clamp(cells.nHeight, 0, 255);
-    for (int c = 0; c < platform::kCharCount; ++c) {
-        const platform::FontCells::Spacing &spacing = cells.aSpacing[c];
-        lpCharInfo->_acSpacing[c] = static_cast<int8_t>(std::clamp(spacing.nC, -128, 0));
-        const int nWidth = std::min(spacing.nA + spacing.nB + std::max(spacing.nC, 0), cells.nPitch * 8);
-        CharGlyph &glyph = lpCharInfo->_aGlyphs[c];
-        glyph._bWidth = ToByte(nWidth);
-        glyph._bHeight = static_cast<uint8_t>(nRows);
-        const uint8_t *lpRows =
-            cells.lpInk.get() + static_cast<size_t>(c * cells.nHeight) * static_cast<size_t>(cells.nPitch);
-        glyph._lpBits = PackGlyph(lpRows, cells.nPitch, glyph._bWidth, nRows);
-        if (!glyph._lpBits)
-            return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 CharInfo::~CharInfo() {
     delete[] _lpszFace;
-    for (CharGlyph &glyph : _aGlyphs)
-        delete[] glyph._lpBits;
 }
 
 Font::Font(const char *lpszFace, uint16_t wStyle, uint8_t bSize, uint32_t dwColor)
@@ -185,20 +139,19 @@ CharInfo *BuildCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle, List
     if (CharInfo *lpShared = FindSharedCharInfo(lpszFace, nHeight, wStyle))
         return lpShared;
 
-    platform::FontCells cells;
-    if (!platform::GetRasterizer()->Rasterize(lpszFace, nHeight, wStyle, &cells))
+    std::shared_ptr<const GlyphCells> lpCells = g_lpMainFrame->_glyphCache.Get(lpszFace, nHeight, wStyle);
+    if (!lpCells)
         return nullptr;
     CharInfo *lpCharInfo = new CharInfo;
     lpCharInfo->_wStyle = wStyle;
     lpCharInfo->_lpszFace = StrDup(lpszFace);
-    lpCharInfo->_bMaxCharWidth = ToByte(cells.nMaxCharWidth);
-    lpCharInfo->_bAveCharWidth = ToByte(cells.nAveCharWidth);
-    lpCharInfo->_bHeight = ToByte(cells.nHeight - cells.nExternalLeading);
-    lpCharInfo->_bPixelHeight = ToByte(nHeight);
-    if (!FillGlyphs(cells, lpCharInfo)) {
-        delete lpCharInfo;
-        return nullptr;
-    }
+    lpCharInfo->_bMaxCharWidth = lpCells->bMaxCharWidth;
+    lpCharInfo->_bAveCharWidth = lpCells->bAveCharWidth;
+    lpCharInfo->_bHeight = lpCells->bHeight;
+    lpCharInfo->_bPixelHeight = static_cast<uint8_t>(nHeight);
+    std::copy(std::begin(lpCells->acSpacing), std::end(lpCells->acSpacing), lpCharInfo->_acSpacing);
+    std::copy(std::begin(lpCells->aGlyphs), std::end(lpCells->aGlyphs), lpCharInfo->_aGlyphs);
+    lpCharInfo->_lpCells = std::move(lpCells);
     List_Prepend(*lppList, lpCharInfo);
     return lpCharInfo;
 }

@@ -1,8 +1,8 @@
 // Fonts: what text asks for (Font), the glyphs that it is drawn with (CharInfo), and the font state of a
 // parse (FontManager, one for each Page).
 //
-// A glyph set is built once for a face, a height and a style, through the rasteriser of the platform layer.
-// From then on measuring is table lookup and drawing is the bit loop of gfx_TextOut. Fonts that differ in
+// A glyph set is built once for a face, a height and a style, through the GlyphCache and the rasteriser behind
+// it. From then on measuring is table lookup and drawing is the bit loop of gfx_TextOut. Fonts that differ in
 // colour alone share a set.
 //
 // A FontManager is touched by the parser of its Page alone; a CharInfo never changes once it is built; the
@@ -10,9 +10,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <unordered_map>
 
+#include "glyphcache.h"
 #include "list.h"
 
 class Page;
@@ -22,14 +24,6 @@ enum : uint16_t { STYLE_BOLD = 1, STYLE_ITALIC = 2, STYLE_UNDERLINE = 4 };
 inline constexpr int kFontSizes = 7;
 // Character heights in pixels, by size index.
 extern const int32_t g_anFontHeights[kFontSizes];
-
-struct CharGlyph {
-    uint8_t _bWidth = 0;
-    uint8_t _bHeight = 0;
-    // _bWidth bits for each of _bHeight rows, the rows following each other without padding, 1 = ink, the
-    // highest bit of a byte first; _bWidth * _bHeight / 8 + 1 bytes. Owned.
-    uint8_t *_lpBits = nullptr;
-};
 
 // One glyph set.
 struct CharInfo {
@@ -44,6 +38,8 @@ struct CharInfo {
     // How far a character reaches into the next one: 0 or less.
     int8_t _acSpacing[256] = {};
     CharGlyph _aGlyphs[256];
+    // Whom the bits of the glyphs belong to.
+    std::shared_ptr<const GlyphCells> _lpCells;
 
     CharInfo() = default;
     CharInfo(const CharInfo &) = delete;

@@ -28,6 +28,8 @@ class MainFrame : public Frame {
     Font *_lpFontNormal = nullptr;
     Font *_lpFontBold = nullptr;
     Font *_lpFontSmallBold = nullptr;
+    // What all glyph sets are made of. It outlives the Pages, whose sets hold on to their part of it.
+    GlyphCache _glyphCache;
     // The glyph sets of the default fonts, which all Pages share.
     List<CharInfo> *_lpCharInfos = nullptr;
     // Atomic: the host sets them, workers call them.

@@ -59,10 +59,11 @@ struct SmallFont : CharInfo {
         _acSpacing[c] = cSpacing;
         _aGlyphs[c]._bHeight = 3;
         _aGlyphs[c]._bWidth = static_cast<uint8_t>(strInk.size() / 3);
-        _aGlyphs[c]._lpBits = new uint8_t[2]();
+        _aGlyphs[c]._lpBits = _aBits[c];
         for (size_t i = 0; i < strInk.size(); ++i)
-            _aGlyphs[c]._lpBits[i / 8] |= static_cast<uint8_t>((strInk[i] == '#') << (7 - i % 8));
+            _aBits[c][i / 8] |= static_cast<uint8_t>((strInk[i] == '#') << (7 - i % 8));
     }
+    uint8_t _aBits[256][2] = {};
 };
 
 }  // namespace

@@ -173,7 +173,7 @@ TEST_F(RasterizerTest, AnyNameGivesAFontAndIsNeverReadAsMore) {
     EXPECT_EQ(Bytes(Cells("ARIAL", 15, 0)), Bytes(Cells("aRiAl", 15, 0)));
 }
 
-// Sets and names are remembered, fewer than are asked for here.
+// Names are remembered, fewer than are asked for here.
 TEST_F(RasterizerTest, AskingAgainAndOnTwoThreadsGivesTheSameCells) {
     std::string aResults[4];
     const auto ask = [&](int nResult) {

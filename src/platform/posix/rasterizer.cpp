@@ -39,8 +39,6 @@ constexpr int kLeastC = -128;     // of a C spacing, which the engine holds in a
 constexpr FT_Pos kMaxInk = 1024;  // pixels; a larger outline is not drawn, so that no font makes FreeType
                                   // allocate more than 128 KB for a glyph
 constexpr size_t kNameCount = 64;
-constexpr size_t kSetCount = 32;
-constexpr size_t kMaxKeptInk = 256 * 1024;  // bytes; three times what a set of 35 pixels takes
 constexpr FT_Int32 kLoadFlags = FT_LOAD_TARGET_MONO;
 
 struct FontFile {
@@ -63,14 +61,6 @@ struct KeptName {
     int nHeight;
     uint16_t wStyle;
     Source source;
-    uint64_t nLastUse;  // 0: free
-};
-
-struct KeptSet {
-    Source source;
-    int nHeight;
-    bool bUnderline;
-    FontCells cells;
     uint64_t nLastUse;  // 0: free
 };
 
@@ -534,7 +524,6 @@ class Engine {
     FT_Face OpenFace(FontFile *lpFile);
     void CloseOldestFace();
     bool Build(const Source &source, int nHeight, bool bUnderline, FontCells *lpCells);
-    void Keep(const Source &source, int nHeight, bool bUnderline, const FontCells &cells);
 
     FT_Library _lpLibrary = nullptr;  // null, like the next, if it is not to be had; then there are no fonts
     FcConfig *_lpConfig = nullptr;
@@ -542,7 +531,6 @@ class Engine {
     int _nOpenFaces = 0;
     uint64_t _nUses = 0;  // the time, for what was used last
     KeptName _aNames[kNameCount] = {};
-    KeptSet _aSets[kSetCount] = {};
 };
 
 template <typename Entry, size_t nCount>
@@ -583,17 +571,7 @@ Engine::~Engine() {
 
 bool Engine::Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) {
     const Source source = FindSource(lpszFace, nHeight, wStyle & (kStyleBold | kStyleItalic));
-    const bool bUnderline = wStyle & kStyleUnderline;
-    for (KeptSet &set : _aSets) {
-        if (set.nLastUse && set.nHeight == nHeight && set.bUnderline == bUnderline && set.source == source) {
-            set.nLastUse = ++_nUses;
-            return CopyCells(set.cells, set.cells.nPitch, lpCells);
-        }
-    }
-    if (!Build(source, nHeight, bUnderline, lpCells))
-        return false;
-    Keep(source, nHeight, bUnderline, *lpCells);
-    return true;
+    return Build(source, nHeight, wStyle & kStyleUnderline, lpCells);
 }
 
 Source Engine::FindSource(const char *lpszFace, int nHeight, uint16_t wStyle) {
@@ -702,20 +680,6 @@ bool Engine::Build(const Source &source, int nHeight, bool bUnderline, FontCells
     for (const FontCells::Spacing &spacing : drawn.aSpacing)
         nWidest = std::max(nWidest, WidthOf(spacing));
     return CopyCells(drawn, (nWidest + 7) / 8, lpCells);
-}
-
-// A set that does not find the memory is not kept, nothing more.
-void Engine::Keep(const Source &source, int nHeight, bool bUnderline, const FontCells &cells) {
-    if (InkSize(cells.nHeight, cells.nPitch) > kMaxKeptInk)
-        return;
-    KeptSet &set = LeastRecentlyUsed(_aSets);
-    set.nLastUse = 0;
-    if (!CopyCells(cells, cells.nPitch, &set.cells))
-        return;
-    set.source = source;
-    set.nHeight = nHeight;
-    set.bUnderline = bUnderline;
-    set.nLastUse = ++_nUses;
 }
 
 class SystemRasterizer final : public Rasterizer {
