@@ -279,7 +279,7 @@ void BenchBoxes(uint32_t *lpTo, uint32_t *lpFrom) {
 
 // A made-up font of cells of 8x16 with three tenths of their bits set, the same for every engine.
 struct BenchFont : CharInfo {
-    uint8_t _aBits[256][17] = {};
+    uint8_t _aBits[256][17 + kGlyphSlack] = {};
 };
 
 std::unique_ptr<BenchFont> MakeFont() {

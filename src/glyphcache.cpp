@@ -45,7 +45,7 @@ bool PackGlyphs(const platform::FontCells &cells, GlyphCells *lpTo) {
         glyph._bHeight = ToByte(cells.nHeight);
         nBytes += PackedSize(glyph);
     }
-    lpTo->lpBits.reset(new (std::nothrow) uint8_t[nBytes]());
+    lpTo->lpBits.reset(new (std::nothrow) uint8_t[nBytes + kGlyphSlack]());
     if (!lpTo->lpBits)
         return false;
     uint8_t *lpBits = lpTo->lpBits.get();

@@ -11,11 +11,15 @@
 #include <string>
 #include <vector>
 
+// So far behind its end gfx_TextOut may read the bits of a glyph, which takes them in words.
+inline constexpr int kGlyphSlack = 8;
+
 struct CharGlyph {
     uint8_t _bWidth = 0;
     uint8_t _bHeight = 0;
     // _bWidth bits for each of _bHeight rows, the rows following each other without padding, 1 = ink, the
-    // highest bit of a byte first; _bWidth * _bHeight / 8 + 1 bytes. Not owned.
+    // highest bit of a byte first; _bWidth * _bHeight / 8 + 1 bytes, and kGlyphSlack more that may be read.
+    // Not owned.
     const uint8_t *_lpBits = nullptr;
 };
 

@@ -63,7 +63,7 @@ struct SmallFont : CharInfo {
         for (size_t i = 0; i < strInk.size(); ++i)
             _aBits[c][i / 8] |= static_cast<uint8_t>((strInk[i] == '#') << (7 - i % 8));
     }
-    uint8_t _aBits[256][2] = {};
+    uint8_t _aBits[256][2 + kGlyphSlack] = {};
 };
 
 }  // namespace
