@@ -38,7 +38,7 @@ InputTag ReadInputTag(const TagAttributes *lpAttributes) {
         else if (lpAttributes->Is(i, "SIZE"))
             TakeNumber(lpszValue, 2, 399, &tag.wSize);
         else if (lpAttributes->Is(i, "MAXLENGTH"))
-            TakeNumber(lpszValue, 11, kMaxTextLength, &tag.wMaxLength);
+            TakeNumber(lpszValue, 11, 1023, &tag.wMaxLength);
         else if (lpAttributes->Is(i, "NAME"))
             tag.lpszName = lpszValue;
         else if (lpAttributes->Is(i, "VALUE"))

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "fontmanager.h"
 #include "gfx.h"
@@ -234,8 +235,7 @@ TextInput::Range TextInput::Target() const {
 // Removes the selection, an empty one too, or else one character.
 void TextInput::Erase(int nIndex) {
     if (_nSelEnd) {
-        if (_nCaret == _nSelEnd)
-            _nCaret = _nSelStart;
+        _nCaret = _nSelStart;
         Replace(Target(), "", 0);
     } else if (nIndex >= 0 && _lpszValue[nIndex]) {
         Replace({nIndex, nIndex + 1}, "", 0);
@@ -256,13 +256,11 @@ void TextInput::Type(char c) {
 void TextInput::Copy() const {
     if (!g_lpMainFrame->_bCtrl || !_nSelEnd)
         return;
-    char szText[kMaxTextLength + 1] = {};
-    memcpy(szText, _lpszValue + _nSelStart, static_cast<size_t>(_nSelEnd - _nSelStart));
-    platform::SetClipboardText(szText);
+    const std::string strText(_lpszValue + _nSelStart, _lpszValue + _nSelEnd);
+    platform::SetClipboardText(strText.c_str());
 }
 
-// False if there is nothing to paste. All or nothing goes in, and one byte of the field stays free. The host is asked
-// first: it may send events meanwhile.
+// False if there is nothing to paste. All or nothing goes in, and one byte of the field stays free.
 bool TextInput::Paste() {
     if (!g_lpMainFrame->_bCtrl)
         return false;

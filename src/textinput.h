@@ -9,12 +9,9 @@
 
 #include "controls.h"
 
-inline constexpr int kMaxTextLength = 1023;
-
 class TextInput : public FormControl {
   public:
-    // The width of the field in average characters, and the most bytes that the text may have. Never more than
-    // kMaxTextLength.
+    // The width of the field in average characters, and the most bytes that the text may have.
     uint16_t _wSize;
     uint16_t _wMaxLength;
     int _nCaret = 0;

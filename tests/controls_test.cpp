@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "engine_fixture.h"
-#include "frameset.h"
 #include "tessel.h"
 #include "tessel_host.h"
 
@@ -32,7 +31,7 @@ int g_nCallbacks;
 
 class ControlsTest : public EngineTest {
   protected:
-    static constexpr uint32_t kSelection = 0x506478, kDots = 0x7F674F;
+    static constexpr uint32_t kSelection = 0x506478, kDots = 0x7F674F, kFill = 0x8098B0;
 
     void SetUp() override {
         EngineTest::SetUp();
@@ -48,50 +47,54 @@ class ControlsTest : public EngineTest {
         Load(WriteFile("page.html", "<INPUT VALUE=\"" + strValue + "\" " + strMore + ">"));
         tessel_OnKeyDown(kTab);
     }
-    // "M9" a move, "P9" a move and a press, "D9" a drag, "U9" a release, 9 pixels to the right of nLeft.
-    static void Point(const std::string &strWord, int nLeft = 0) {
-        const auto x = static_cast<uint16_t>(nLeft + atoi(strWord.c_str() + 1));
+    // Shows two Frames, parted as COLS or ROWS say.
+    void LoadFrames(const std::string &strSizes, const std::string &strFirst, const std::string &strSecond) {
+        Load(WriteFile("frames", "<FRAMESET " + strSizes + "><FRAME SRC=" + strFirst +
+                                     "><FRAME SRC=" + strSecond + ">"));
+        tessel_Render(Buffer());
+    }
+    // The page that is used: the only one, or that of the second Frame.
+    static Page *Shown() {
+        const MainFrame *lpMain = g_lpMainFrame;
+        return lpMain->_lpPage ? lpMain->_lpPage : static_cast<Frame *>(lpMain->_lpChildren->lpData)->_lpPage;
+    }
+    // "M9" a move, "P9" a move and a press, "D9" a drag, "U9" a release, 9 pixels from the page's left edge.
+    static void Point(const std::string &strWord) {
+        const auto x = static_cast<uint16_t>(Shown()->_rc.x + atoi(strWord.c_str() + 1));
         const char c = strWord[0];
         if (c == 'M' || c == 'P')
-            tessel_OnMouseMove(x, 10);
+            tessel_OnMouseMove(x, 0);
         if (c != 'M')
-            (c == 'P' ? tessel_OnLMouseDown : c == 'D' ? tessel_OnLMouseDrag : tessel_OnLMouseUp)(x, 10);
-    }
-    static void Key(int nKey, int nHeld) {
-        tessel_OnKeyDown(nHeld);
-        tessel_OnKeyDown(nKey);
-        if (nKey < kShift || nHeld == kCtrl)
-            tessel_OnChar(nKey & 31);
-        tessel_OnKeyUp(nKey);
-        tessel_OnKeyUp(nHeld);
+            (c == 'P' ? tessel_OnLMouseDown : c == 'D' ? tessel_OnLMouseDrag : tessel_OnLMouseUp)(x, 0);
     }
     // '<' '>' Left and Right, '(' ')' Home and End, '#' Backspace, '~' Delete, '!' Enter, '+' Shift with the next, '^'
     // Ctrl with the next. Every other character is typed.
     static void Play(const std::string &strKeys) {
-        static const std::string strCodes = "<>()#~!\t";
+        static const std::string strMarks = "<>()#~!\t", strCodes = "\x25\x27\x24\x23\x08\x2E\x0D\t";
         int nHeld = 0;
         for (const char c : strKeys) {
-            const size_t nCode = strCodes.find(c);
             if (c == '+' || c == '^') {
-                nHeld = c == '+' ? kShift : kCtrl;
+                tessel_OnKeyDown(nHeld = c == '+' ? kShift : kCtrl);
                 continue;
             }
-            if (nHeld == kCtrl || nCode != std::string::npos)
-                Key(nHeld == kCtrl ? c : "\x25\x27\x24\x23\x08\x2E\x0D\t"[nCode], nHeld);
-            else
-                tessel_OnChar(c);
+            const size_t nMark = strMarks.find(c);
+            const bool bMark = nMark != std::string::npos;
+            if (bMark || isalpha(static_cast<uint8_t>(c)))
+                tessel_OnKeyDown(bMark ? strCodes[nMark] : toupper(c));
+            tessel_OnChar(bMark || nHeld == kCtrl ? c & 31 : c);
+            tessel_OnKeyUp(nHeld);
             nHeld = 0;
         }
     }
-    // The text of the newest item of a page, which is a field at (x, 0), with '|' at the caret and '[' ']' around the
+    // The text of the page's newest item, which is a field in its corner, with '|' at the caret and '[' ']' around the
     // selection, both as they are painted in a row below the characters.
-    std::string State(int x = 0, const Page *lpPage = g_lpMainFrame->_lpPage) {
+    std::string State() {
         tessel_Render(Buffer());
-        const std::string strText = static_cast<FormControl *>(lpPage->_lpChildren->lpData)->_lpszValue;
+        const std::string strText = static_cast<FormControl *>(Shown()->_lpChildren->lpData)->_lpszValue;
         std::string strState;
         bool bSelected = false;
         for (int i = 0; i <= static_cast<int>(strText.size()); ++i) {
-            const int nLeft = x + 3 + 10 * i;
+            const int nLeft = Shown()->_rc.x + 3 + 10 * i;
             if ((PixelAt(nLeft + 1, 20) == kSelection) != bSelected) {
                 strState += bSelected ? "]" : "[";
                 bSelected = !bSelected;
@@ -101,24 +104,37 @@ class ControlsTest : public EngineTest {
         }
         return strState;
     }
-    // The look of a button of two letters at (0, 0).
+    // The lines of a box of w by h pixels at (x, 0), from outside in: one at the top left, one at the bottom right.
+    using Edges = std::vector<uint32_t>;
+    Edges EdgesOf(int x, int w, int h) {
+        Edges edges;
+        for (int i = 0; i < 3; ++i) {
+            edges.push_back(PixelAt(x + i, i));
+            edges.push_back(PixelAt(x + w - 1 - i, h - 1 - i));
+        }
+        return edges;
+    }
+    const Edges kNormal{0xC0CCD8, 0, kFill, 0x4E657C, kFill, kFill};
+    const Edges kFocused{0, 0, 0xC0CCD8, 0, kFill, 0x4E657C};
+    const Edges kPressed{0, 0, 0, 0xC0CCD8, 0x4E657C, kFill};
+    // The look of a button of two letters in the page's corner.
     std::string Look() {
         tessel_Render(Buffer());
-        const uint32_t dwOuter = PixelAt(0, 0), dwMiddle = PixelAt(1, 1);
-        const int n = dwOuter == 0 && dwMiddle == 0;
+        const int x = Shown()->_rc.x;
+        const Edges edges = EdgesOf(x, 34, 26);
         // The label is a block of 20 by 12; it and the dots move when the button is pressed.
-        EXPECT_EQ(CountPixels(0, 7 + n, 7 + n, 20, 12), 240);
-        EXPECT_EQ(CountPixels(0, 4, 4, 26, 18), 240) << "the block and nothing else";
-        const bool bDots = CountPixels(kDots, 3 + n, 3 + n, 28, 19) == 26 + 18;
-        EXPECT_EQ(CountPixels(kDots, 0, 0, 34, 26), bDots ? 26 + 18 : 0);
-        if (!bDots)
-            return dwOuter == 0xC0CCD8 && dwMiddle == 0x8098B0 ? "normal" : "?";
-        return dwOuter ? "?" : dwMiddle == 0xC0CCD8 ? "focused" : PixelAt(2, 2) == 0x4E657C ? "pressed" : "?";
+        const int n = edges == kPressed, nDots = edges == kNormal ? 0 : 26 + 18;
+        EXPECT_EQ(CountPixels(0, x + 7 + n, 7 + n, 20, 12), 240);
+        EXPECT_EQ(CountPixels(0, x + 4, 4, 26, 18), 240) << "the block and nothing else";
+        EXPECT_EQ(CountPixels(kDots, x + 3 + n, 3 + n, 28, 19), nDots);
+        EXPECT_EQ(CountPixels(kDots, x, 0, 34, 26), nDots);
+        EXPECT_EQ(PixelAt(x + 5, 5), kFill);
+        return n ? "pressed" : edges == kFocused ? "focused" : edges == kNormal ? "normal" : "?";
     }
 };
 
-TEST_F(ControlsTest, KeysEditTheText) {
-    // The text, the keys, what comes of it; '-' for nothing.
+TEST_F(ControlsTest, KeysAndClipboardEditTheText) {
+    // The text, the keys, what comes of it, '-' for nothing; what was copied, '=' for nothing; the clipboard.
     const char *const aCases[] = {
         "abc - abc|", "- - |", "- #~<>()+<+>+(+)#~! |", "- it's5! it's5|", "- c\x7F\x1F\x80\xE9v cv|",
         "abcdefghijklmn - abcdefghijk|",
@@ -126,8 +142,8 @@ TEST_F(ControlsTest, KeysEditTheText) {
         "abc # ab|", "abc <# a|c", "abc (# |abc", "abc ~ abc|", "abc <~ ab|", "abc (~ |bc", "abc <<x ax|bc",
         "abc (x)y xabcy|", "abc <<<<< |abc", "abc (>>>>> abc|", "abc <cv abcv|c",
         // Selecting.
-        "abc +< ab[|c]", "abc +<+<+<+< [|abc]", "abc +<+> abc|", "abc +<+<+> ab[|c]", "abc (+> [a]|bc",
-        "abc (+>+>+>+> [abc]|", "abc (>+>+<+< [|a]bc", "abc <+( [|ab]c", "abc (>+) a[bc]|",
+        "abc +< ab[|c]", "abc +<+<+<+< [|abc]", "abc +<+> abc|", "abc +<+># ab|", "abc +<+<+> ab[|c]",
+        "abc (+> [a]|bc", "abc (+>+>+>+> [abc]|", "abc (>+>+<+< [|a]bc", "abc <+( [|ab]c", "abc (>+) a[bc]|",
         "abc (>+)+( [|abc]", "abc +<+<+) a[bc]|", "abc (+( |abc",
         // The selection goes.
         "abc +<+<< |abc", "abc +<+<> ab|c", "abc +<+<+<< |abc", "abc (+>+>) abc|", "abc +<+<( |abc",
@@ -139,55 +155,46 @@ TEST_F(ControlsTest, KeysEditTheText) {
         // A full field.
         "- abcdefghijkl abcdefghijk|", "abcdefghijk (x |abcdefghijk", "abcdefghijk +<x abcdefghij|x",
         "abcdefghijk +)x abcdefghijk|", "abcdefghijk +)+<xy abcdefghij|x", "abcdefghijk +)#x abcdefghijk|",
-        "abcdefghijk #xy abcdefghijx|"};
+        "abcdefghijk #xy abcdefghijx|",
+        // Copied.
+        "abc +<+<^C a[|bc] bc", "abc +)+(^C [|abc] abc", "abc +)^C abc| -", "abc ^C abc| =", "abc +<C ab|C =",
+        // Pasted.
+        "abc ^V^V abcXYXY|", "abc (^V XY|abc", "abc (+>+>^V XY|c", "abc +<+<^V aXY|", "abc +)^V abcXY|",
+        "abc (V^C) Vabc|", "abc +<^V ab| = -", "abc ^V abc| = -", "abc ^V abc1234567| = 1234567",
+        "abc <^V ab|c = 12345678", "abc (+>^V 12345678|bc = 12345678", "abc (+>^V [a]|bc = 123456789",
+        "abc (^V \x01\xFF|abc = \x01\xFF"};
     for (const std::string strCase : aCases) {
         const auto words = Words(strCase);
+        g_lpszClipboard = words.size() > 4 ? words[4].c_str() : "XY";
+        g_strCopied = "=";
         ShowField(words[0]);
         Play(words[1]);
         EXPECT_EQ(State(), words[2]) << strCase;
-    }
-}
-
-TEST_F(ControlsTest, ClipboardTakesAndGivesText) {
-    // The clipboard, the keys, what comes of "abc"; and what was copied.
-    const char *const aCases[] = {
-        // Copied.
-        "XY +<+<^C a[|bc] bc", "XY +)+(^C [|abc] abc", "XY ^C abc| -",
-        // Pasted.
-        "XY ^V^V abcXYXY| -", "XY (^V XY|abc -", "XY (+>+>^V XY|c -", "XY +<+<^V aXY| -", "XY +)^V abcXY| -",
-        "XY (V^C) Vabc| -", "- +<^V ab| -", "- ^V abc| -", "1234567 ^V abc1234567| -", "12345678 <^V ab|c -",
-        "12345678 (+>^V 12345678|bc -", "123456789 (+>^V [a]|bc -", "\x01\xFF (^V \x01\xFF|abc -"};
-    for (const std::string strCase : aCases) {
-        const auto words = Words(strCase);
-        ShowField("abc");
-        g_lpszClipboard = words[0].c_str();
-        g_strCopied = "";
-        Play(words[1]);
-        EXPECT_EQ(State(), words[2]) << strCase;
-        EXPECT_EQ(g_strCopied, words[3]) << strCase;
-    }
-    ShowField("abc");
-    const std::string strLong(1000000, 'x');
-    for (const char *lpszText : {strLong.c_str(), static_cast<const char *>(nullptr)}) {
-        g_lpszClipboard = lpszText;
-        Play(")+<^V");
-        EXPECT_EQ(State(), "ab[|c]");
+        EXPECT_EQ(g_strCopied, words.size() > 3 ? words[3] : "=") << strCase;
     }
     platform_SetHostServices(nullptr);
-    Play("^C)^V");
-    EXPECT_EQ(State(), "abcc|") << "the library's own clipboard";
+    ShowField("abc");
+    Play("+<^V^C)^V");
+    EXPECT_EQ(State(), "abcc|") << "the library's own clipboard, empty at first";
 }
 
 TEST_F(ControlsTest, HostIsToldOfChanges) {
     ShowField("abc");
+    g_lpszClipboard = "more than there is room for";
     for (const auto &[nKey, nTold] :
-         {std::pair(8, 1), {37, 1}, {46, 1}, {13, 0}, {38, 0}, {'C', 0}, {'V', 0}}) {
+         {std::pair(8, 1), {37, 1}, {46, 1}, {13, 0}, {38, 0}, {'V', 0}, {kCtrl, 0}, {'C', 0}, {'V', 1}}) {
         g_nCallbacks = 0;
         tessel_OnKeyDown(nKey);
         EXPECT_EQ(g_nCallbacks, nTold) << nKey;
         tessel_OnChar(3);
         EXPECT_EQ(g_nCallbacks, nTold + 1) << "any character";
     }
+    g_lpszClipboard = nullptr;
+    Point("P17");
+    g_nCallbacks = 0;
+    tessel_OnKeyDown('V');
+    Point("D17");
+    EXPECT_EQ(g_nCallbacks, 0) << "nothing to paste, a drag that gets nowhere";
 }
 
 TEST_F(ControlsTest, PointerSetsTheCaretAndSelects) {
@@ -200,23 +207,12 @@ TEST_F(ControlsTest, PointerSetsTheCaretAndSelects) {
         "P7 /|bcdef D37 /[bcd]|ef D195 /[bcd]|ef D17 /[bcd]|ef"};
     WriteFile("field", "<INPUT VALUE=/bcdef SIZE=18>");
     for (const int x : {0, 200}) {
-        Load("field");
-        const Page *lpPage = g_lpMainFrame->_lpPage;
-        if (x) {
-            // The same in the right one of two Frames.
-            const int aSizes[] = {200, 200};
-            auto *lpFrameset = g_lpMainFrame->_lpFrameset = new Frameset(g_lpMainFrame);
-            lpFrameset->SetCols(aSizes, 2);
-            lpFrameset->AddFrame("none");
-            lpFrameset->AddFrame("field");
-            Load("frameset");
-            lpPage = static_cast<Frame *>(g_lpMainFrame->_lpChildren->lpData)->_lpPage;
-        }
+        x ? LoadFrames("COLS=200,200", "none", "field") : Load("field");
         for (const char *lpszCase : aCases) {
             const auto words = Words(lpszCase);
             for (size_t i = 0; i < words.size(); i += 2) {
-                Point(words[i], x);
-                EXPECT_EQ(State(x, lpPage), words[i + 1]) << lpszCase << " at " << words[i] << " + " << x;
+                Point(words[i]);
+                EXPECT_EQ(State(), words[i + 1]) << lpszCase << " at " << words[i] << " + " << x;
             }
         }
     }
@@ -224,16 +220,14 @@ TEST_F(ControlsTest, PointerSetsTheCaretAndSelects) {
 
 TEST_F(ControlsTest, FocusGoesAndComesBack) {
     Load(WriteFile("page.html", "<A HREF=x>link</A><INPUT TYPE=HIDDEN><INPUT TYPE=SUBMIT><INPUT>"));
-    tessel_OnKeyDown(kTab);
     std::string strOrder;
-    for (const bool bBack : {false, false, false, true, true, true}) {
-        int nIndex = 0;
-        for (auto *lpNode = g_lpMainFrame->_lpPage->_lpFocus; lpNode->lpNext; lpNode = lpNode->lpNext)
-            ++nIndex;
-        strOrder += std::to_string(nIndex);
-        Key(kTab, bBack ? kShift : 0);
+    for (const char *lpszKeys : {"\t", "\t", "\t", "\t", "+\t", "+\t"}) {
+        Play(lpszKeys);
+        strOrder += ' ';
+        for (auto *lpNode = Shown()->_lpFocus; lpNode->lpNext; lpNode = lpNode->lpNext)
+            strOrder += '<';
     }
-    EXPECT_EQ(strOrder, "034043") << "anchor, text, hidden, button, field";
+    EXPECT_EQ(strOrder, "  <<< <<<<  <<<< <<<") << "anchor, text, hidden, button, field";
     ShowField("abc");
     Play("<+<");
     Point("P300");
@@ -241,14 +235,21 @@ TEST_F(ControlsTest, FocusGoesAndComesBack) {
     EXPECT_EQ(State(), "abc") << "neither caret nor selection";
     tessel_OnKeyDown(kTab);
     EXPECT_EQ(State(), "a|bc");
+    Point("P300");
+    Point("M7");
+    Point("D37");
+    EXPECT_EQ(State(), "a[bc]") << "a drag without a press";
+    tessel_OnKeyDown(kTab);
+    EXPECT_EQ(State(), "abc|");
     // A page that goes while its field is being used.
     Point("P40");
-    WriteFile("other.html", "<INPUT VALUE=xyz>");
-    Load("other.html");
+    Load(WriteFile("other.html", "<INPUT TYPE=HIDDEN><INPUT VALUE=xyz>"));
     Point("D20");
     Play("+<^V##");
     Point("U20");
     EXPECT_EQ(State(), "xyz");
+    Point("P0");
+    EXPECT_EQ(State(), "|xyz") << "not the hidden field";
 }
 
 TEST_F(ControlsTest, PasswordShowsAsterisksAndKeepsItsText) {
@@ -260,6 +261,7 @@ TEST_F(ControlsTest, PasswordShowsAsterisksAndKeepsItsText) {
     EXPECT_EQ(g_strCopied, "a|b/");
     Play("hunter");
     EXPECT_EQ(State(), "hunter|");
+    EXPECT_EQ(CountPixels(0, 3, 3, 200, 15), 60 * 15 + 15);
     Play("+(x");
     Point("P200");
     Play("y");
@@ -268,26 +270,48 @@ TEST_F(ControlsTest, PasswordShowsAsterisksAndKeepsItsText) {
 
 TEST_F(ControlsTest, ButtonsHaveThreeLooksAndOneWayToSubmit) {
     const auto words = Words(
-        "M9 normal U9 normal P34 pressed D30 pressed D36 focused D9 focused U9 focused P99 normal Tab "
-        "focused Key "
-        "focused P9 pressed");
-    for (const std::string strForm : {"", "<FORM ACTION=x>"}) {
+        "M9 normal U9 normal P34 pressed D30 pressed D36 focused D9 focused U9 focused P99 normal "
+        "Tab focused Key focused P9 pressed");
+    for (const std::string strForm : {"", "<FORM ACTION=page.html>"}) {
         Load(WriteFile("page.html", strForm + "<INPUT TYPE=SUBMIT VALUE=Go>"));
+        const List<char> *lpBefore = g_lpMainFrame->_lpHistory;
         for (size_t i = 0; i < words.size(); i += 2) {
             isdigit(words[i][1]) ? Point(words[i]) : Play(words[i] == "Tab" ? "\t" : "! ");
             EXPECT_EQ(Look(), words[i + 1]) << words[i];
         }
-        EXPECT_STREQ(g_lpMainFrame->_lpHistory->lpData, "page.html");
         Point("U9");
         ASSERT_TRUE(WaitForWorkers());
-        EXPECT_STREQ(g_lpMainFrame->_lpHistory->lpData, strForm.empty() ? "page.html" : "x");
-        EXPECT_EQ(g_lpMainFrame->_lpHistory->lpNext != nullptr, !strForm.empty());
+        EXPECT_EQ(Look(), strForm.empty() ? "focused" : "normal") << "the same page again";
+        const List<char> *lpNow = g_lpMainFrame->_lpHistory;
+        EXPECT_EQ(strForm.empty() ? lpNow : lpNow->lpNext, lpBefore) << "one submission at most";
     }
+    LoadFrames("COLS=200,200", "none", "page.html");
+    Point("P9");
+    EXPECT_EQ(Look(), "pressed");
+    Point("U9");
+    ASSERT_TRUE(WaitForWorkers());
+    EXPECT_EQ(Look(), "normal") << "its own Frame gets the answer";
+}
+
+// NB: the edges of the picture cut a button, those of its Frame do not.
+TEST_F(ControlsTest, ButtonsReachIntoTheNextFrame) {
+    WriteFile("page.html", "<INPUT TYPE=SUBMIT VALUE=Go>");
+    LoadFrames("COLS=20,380", "page.html", "none");
+    EXPECT_EQ(EdgesOf(0, 34, 26), kNormal);
+    LoadFrames("COLS=390,10", "none", "page.html");
+    Point("P5");
+    tessel_Render(Buffer());
+    EXPECT_EQ(EdgesOf(390, 10, 26), kPressed);
+    EXPECT_EQ(CountPixels(0xFFFFFF, 0, 0, 390, 300), 390 * 300);
+    LoadFrames("ROWS=290,10", "none", "page.html");
+    EXPECT_EQ(CountPixels(kFill, 5, 293, 1, 7), 5);
+    std::fill_n(Buffer(), 400 * 300, kUntouched);
+    LoadFrames("COLS=-50,100", "none", "page.html");
+    EXPECT_EQ(CountPixels(kUntouched, 0, 0, 400, 300), 400 * 300);
 }
 
 // Whatever the size of the page, nothing is painted outside it.
 TEST_F(ControlsTest, ControlsAreCutAtTheEdges) {
-    const Rect rcFrame = g_lpMainFrame->_rc;
     const int aSizes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 20, 27, 33, 35};
     for (const char *lpszType :
          {"TEXT VALUE=abcd SIZE=2", "SUBMIT VALUE=ab", "SUBMIT VALUE=abcdefghijklmnopq"}) {
@@ -309,8 +333,10 @@ TEST_F(ControlsTest, ControlsAreCutAtTheEdges) {
             }
         }
     }
-    g_lpMainFrame->_rc = rcFrame;
+    g_lpMainFrame->_rc = Rect(0, 0, 400, 300);
     ShowField("abcd", "SIZE=2");
+    State();
+    EXPECT_EQ(EdgesOf(0, 26, 25), (Edges{0x4E657C, 0xC0CCD8, 0, 0x8098B0, 0xFFFFFF, 0xFFFFFF}));
     Play("+(");
     State();
     EXPECT_EQ(CountPixels(kSelection, 0, 0, 60, 25), (20 - 1) * 4)

@@ -34,14 +34,15 @@ TEST_F(FormTest, ValuesBecomeTheQuery) {
         {"<FORM METHOD=getter METHOD=POST ACTION=x>" + strFields, "x?b=2&a=1", METHOD_GET},
         {"<FORM ACTION=x METHOD=\"post\">" + strButton, "x"},
         {"<FORM ACTION=x?y=1 ACTION=\"\">" + strFields, "x?y=1?b=2&a=1"},
-        {strForm + "<INPUT NAME=a>" + strButton, "x?a="},
+        {strForm + "<INPUT NAME=a CHECKED>" + strButton, "x?a="},
         {strForm + "<INPUT VALUE=a>" + strButton, "x"},
         {strForm + "<INPUT TYPE=hidden NAME=a><INPUT TYPE=HIDDEN NAME=b VALUE=2>" + strButton, "x?b=2&a="},
         {strForm + "<INPUT TYPE=PASSWORD NAME=p VALUE=abc>" + strButton, "x?p=abc"},
         {strForm + "<INPUT TYPE=SUBMIT NAME=s VALUE=Go><INPUT TYPE=SUBMIT NAME=t>", "x?t=&s=Go"},
         {strForm + "<INPUT NAME=\" &=%+\" VALUE=\"&amp = %41/?\">" + strButton, "x? &=%+=&amp = %41/?"},
-        {strForm + "<INPUT TYPE=checkbox NAME=c CHECKED><INPUT TYPE=TEXTAREA NAME=d>" + strButton, "x"},
-        {strForm + "<INPUT NAME=a></INPUT NAME=b>" + strButton, "x?a="},
+        {strForm + "<INPUT TYPE=BOX NAME=c><INPUT TYPE=TEXTAREA NAME=d><INPUT TYPE NAME=e>" + strButton, "x"},
+        {strForm + "<INPUT TYPE=RADIO NAME=a namex=b VALUE=1 value=2 TYPE=TEXT>" + strButton, "x?b=2"},
+        {strForm + "<INPUT NAME VALUE=v>" + strButton, "x?=v"},
         // Which form a control belongs to.
         {"<INPUT NAME=a>" + strForm + strFields, "x?b=2&a=1"},
         {"<FORM ACTION=y><INPUT NAME=c>" + strForm + strFields, "x?b=2&a=1"},
@@ -88,42 +89,43 @@ TEST_F(FormTest, ServerGetsTheBytesAsTheyAre) {
 }
 
 TEST_F(FormTest, SizeAndLengthHaveTheirLimits) {
-    const struct {
-        const char *lpszAttributes;
-        int nSize = 20, nMaxLength = 256;
-    } aCases[] = {{""},
-                  {"SIZE=1"},
-                  {"SIZE=2", 2},
-                  {"SIZE=399 size=x", 399},
-                  {"SIZE=400"},
-                  {"SIZE=2147483650"},
-                  {"MAXLENGTH=10"},
-                  {"MAXLENGTH=11", 20, 11},
-                  {"MAXLENGTH=1023", 20, 1023},
-                  {"MAXLENGTH=1024"}};
-    for (const auto &testCase : aCases) {
-        ParsedPage page(std::string("<INPUT ") + testCase.lpszAttributes + ">", 400);
+    const char *const aCases[] = {"20 256 ",
+                                  "20 256 SIZE=1",
+                                  "2 256 SIZE=2",
+                                  "399 256 SIZE=399 size=x",
+                                  "20 256 SIZE=400",
+                                  "20 256 SIZE=2147483650",
+                                  "20 256 MAXLENGTH=10",
+                                  "20 11 MAXLENGTH=11",
+                                  "20 1023 MAXLENGTH=1023",
+                                  "20 256 MAXLENGTH=1024"};
+    for (const char *lpszCase : aCases) {
+        int nSize = 0, nLength = 0, nTag = 0;
+        ASSERT_EQ(sscanf(lpszCase, "%d %d %n", &nSize, &nLength, &nTag), 2);
+        ParsedPage page(std::string("<INPUT ") + (lpszCase + nTag) + ">", 400);
         page->OnKeyDown(9);
         for (int i = 0; i < 1100; ++i)
             page->OnChar('x');
         page->Render(Buffer());
         const auto *lpField = static_cast<TextInput *>(page->_lpChildren->lpData);
-        EXPECT_EQ(lpField->_rc, Rect(0, 0, 10 * testCase.nSize + 6, 25)) << testCase.lpszAttributes;
-        EXPECT_EQ(strlen(lpField->_lpszValue), static_cast<size_t>(testCase.nMaxLength))
-            << testCase.lpszAttributes;
+        EXPECT_EQ(lpField->_rc, Rect(0, 0, 10 * nSize + 6, 25)) << lpszCase;
+        EXPECT_EQ(strlen(lpField->_lpszValue), static_cast<size_t>(nLength)) << lpszCase;
     }
 }
 
 TEST_F(FormTest, ControlsAreBoxesInTheirLines) {
     const std::pair<const char *, const char *> aCases[] = {
-        {"a<INPUT SIZE=2><INPUT TYPE=HIDDEN><INPUT TYPE=SUBMIT VALUE=ab><INPUT TYPE=RADIO><INPUT "
+        {"a<INPUT SIZE=2></INPUT><INPUT TYPE=HIDDEN><INPUT TYPE=SUBMIT VALUE=ab><INPUT TYPE=RADIO><INPUT "
          "TYPE=SUBMIT>b",
          "0,0 10x18 \"a\"\n10,0 26x25 box\n0,0 0x0 box\n36,0 34x26 box\n70,0 14x26 box\n84,0 10x18 \"b\"\n"},
         {"a<FORM><INPUT SIZE=2>", "0,0 10x18 \"a\"\n10,0 26x25 box\n"},
         {"a<FORM ACTION=x><INPUT SIZE=2>", "0,0 10x18 \"a\"\n0,18 26x25 box\n"},
         {"a<BR><FORM ACTION=x><INPUT SIZE=2>", "0,0 10x18 \"a\"\n0,18 26x25 box\n"},
         {"<INPUT SIZE=2><INPUT SIZE=7>", "0,0 26x25 box\n0,25 76x25 box\n"},
-        {"<TABLE><TD><INPUT SIZE=7></TD><TD>b</TABLE>", "0,0 76x25 box\n76,0 10x18 \"b\"\n"}};
+        {"<TABLE><TD><INPUT SIZE=7><INPUT SIZE=2></TD><TD>b</TABLE>",
+         "0,0 76x25 box\n0,25 26x25 box\n76,0 10x18 \"b\"\n"},
+        {"<CENTER><TABLE><TD><INPUT SIZE=2><INPUT SIZE=2></TD></TABLE>",
+         "24,0 26x25 box\n24,25 26x25 box\n"}};
     for (const auto &[lpszHTML, lpszDump] : aCases)
         EXPECT_EQ(ParsedPage(lpszHTML, 100).Dump(), lpszDump) << lpszHTML;
 }
