@@ -25,9 +25,10 @@ int DllMain(void *hInstance, uint32_t dwReason) {
         case PROCESS_ATTACH:
             return Attach(hInstance);
         case PROCESS_DETACH:
-            // The host exits inside its callback, on a thread of ours, which cannot wait for itself. The others find
-            // everything in its place until the process has gone.
-            if (WorkerRegistry::OnOwnThread())
+            // The host exits inside its callback, on a thread of ours, which cannot wait for itself; or inside a service
+            // of its own, in the middle of an event, for whose mutexes workers wait. All threads find everything in
+            // its place until the process has gone.
+            if (WorkerRegistry::OnOwnThread() || (g_lpMainFrame && g_lpMainFrame->_nEventDepth))
                 return 1;
             DestroyMainFrame();
             platform::ReleaseRasterizer();

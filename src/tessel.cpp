@@ -133,7 +133,7 @@ void DestroyMainFrame() {
     ExportState &state = State();
     state.bShutDown = false;
     state.bRunning = false;
-    // An unload holds the loader's lock throughout, which a name lookup asks for: none is to begin any more.
+    // First of all, so that a tick that is waiting for a name stops waiting.
     Workers().BeginClose();
     state.timer.Stop();
     if (!g_lpMainFrame)

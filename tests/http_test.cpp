@@ -91,7 +91,8 @@ TEST_F(HttpTest, RequestsAreExactlyTheseBytes) {
     EXPECT_EQ(Probe(server.strAddress, "a", "b\r\n\r\nc").Fetch(), kNone);
     EXPECT_EQ(Probe(server.strAddress, "a\nb", "", kPage, METHOD_POST).Fetch(), kNone);
     std::string strDeaf;
-    const int hDeaf = BindLoopback(&strDeaf);
+    const int hDeaf = ListenOnLoopback(&strDeaf);
+    shutdown(hDeaf, SHUT_RDWR);
     for (const std::string &strAt : {"\r\nX: 1"s, " \n"s, ":80"s})
         EXPECT_EQ(Probe(server.strAddress + strAt, "a").Fetch(), kNone) << strAt;
     for (const std::string &strAt : {"255.255.255.255"s, strDeaf})
@@ -176,7 +177,7 @@ uint32_t TestTicks() {
 
 // A listener that nobody serves: whoever comes when its queue is full gets no answer at all.
 std::vector<int> FillListener(std::string *lpstrAddress) {
-    std::vector<int> sockets = {BindLoopback(lpstrAddress)};
+    std::vector<int> sockets = {ListenOnLoopback(lpstrAddress)};
     listen(sockets[0], 0);
     const sockaddr_in address = {AF_INET, htons(80), {inet_addr(lpstrAddress->c_str())}, {}};
     for (int i = 0; i < 4; ++i) {

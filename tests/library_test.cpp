@@ -1,5 +1,7 @@
 // The library as a host meets it: loaded from its file, used through the symbols that it shows, unloaded
 // again.
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdio>
 #include <set>
@@ -232,4 +234,25 @@ TEST_F(LibraryTest, CallsBeforeTheBeginningDoNothing) {
     EXPECT_STOP_OR({ EXPECT_EQ(CallEverything(library), ""); });
     TESSEL_CALL(library, tessel_ShutDown)();
     EXPECT_STOP_OR({ EXPECT_EQ(TESSEL_CALL(library, tessel_Init)(this, 1, 1), 0); });
+}
+
+// The clipboard is asked in the middle of an event, for whose end a worker waits by then.
+TEST_F(MisuseTest, HostMayExitInsideItsClipboard) {
+    std::ofstream("form.html") << "<FORM ACTION=x><INPUT NAME=a></FORM>";
+    const platform_HostServices services = {nullptr,
+                                            [](void *) -> const char * {
+                                                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                                                alarm(10);
+                                                exit(7);
+                                            },
+                                            nullptr, nullptr};
+    const auto Paste = [&] {
+        TESSEL_CALL(library, platform_SetHostServices)(&services);
+        Load("form.html");
+        TESSEL_CALL(library, tessel_OnKeyDown)(9);
+        TESSEL_CALL(library, tessel_OpenURL)("page.html");
+        TESSEL_CALL(library, tessel_OnKeyDown)(17);
+        TESSEL_CALL(library, tessel_OnKeyDown)('V');
+    };
+    EXPECT_EXIT(Paste(), testing::ExitedWithCode(7), "");
 }

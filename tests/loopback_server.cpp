@@ -36,14 +36,16 @@ static bool EnterOwnNetwork() {
     return bUp;
 }
 
-int BindLoopback(std::string *lpstrAddress) {
+int ListenOnLoopback(std::string *lpstrAddress) {
     const int nOn = 1;
     for (int i = 2; i < 255; ++i) {
         *lpstrAddress = "127.0.0." + std::to_string(i);
         const sockaddr_in address = {AF_INET, htons(80), {inet_addr(lpstrAddress->c_str())}, {}};
         const int hSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         setsockopt(hSocket, SOL_SOCKET, SO_REUSEADDR, &nOn, sizeof nOn);
-        if (bind(hSocket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
+        // Two processes may bind the same address; only one of them can listen there.
+        if (bind(hSocket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+            listen(hSocket, 16) == 0)
             return hSocket;
         const bool bForbidden = errno == EACCES;
         close(hSocket);
@@ -54,10 +56,9 @@ int BindLoopback(std::string *lpstrAddress) {
     return -1;
 }
 
-LoopbackServer::LoopbackServer() : _hListener(BindLoopback(&strAddress)) {
+LoopbackServer::LoopbackServer() : _hListener(ListenOnLoopback(&strAddress)) {
     const int nSmall = 4096;
     setsockopt(_hListener, SOL_SOCKET, SO_RCVBUF, &nSmall, sizeof nSmall);
-    EXPECT_EQ(listen(_hListener, 16), 0);
     _thread = std::thread(&LoopbackServer::Run, this);
 }
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <thread>
 
-// A socket on port 80 of a loopback address that is free, for tests run side by side. Call it first before
+// A socket that listens on port 80 of a loopback address of its own, for tests run side by side. Call it first before
 // the process has threads: where port 80 is not for everybody, the process moves to a network of its own.
-int BindLoopback(std::string *lpstrAddress);
+int ListenOnLoopback(std::string *lpstrAddress);
 
 // What a server sends once the head of a request is in, and how it ends the connection. kLeave: without reading
 // the rest of the request. kHold: not before another reply is prescribed; nor does it read any further.

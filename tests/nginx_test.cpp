@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 class NginxTest : public EngineTest {
   protected:
     void SetUp() override {
-        const int hHeld = BindLoopback(&_strAddress);
+        const int hHeld = ListenOnLoopback(&_strAddress);
         StartEngine(kWidth, kHeight);
         fs::copy(TESSEL_SOURCE_DIR "/examples/pages", "site");
         if (!fs::exists(TESSEL_NGINX))

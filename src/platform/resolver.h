@@ -16,7 +16,8 @@ inline constexpr uint32_t kNoAddress = 0xFFFFFFFF;
 // hundred times asks once.
 uint32_t ResolveAddress(const char *lpszHost, int (*lpfnGiveUp)(void *lpContext), void *lpContext);
 
-// Gives back what the resolver holds of the system, when the library is unloaded.
+// Gives back what the resolver holds, when the library is unloaded. A question that the system is still at work on stays
+// with it: a few hundred bytes.
 void ReleaseResolver();
 
 }  // namespace platform
