@@ -6,7 +6,6 @@
 #include <map>
 
 #include "fontmanager.h"
-#include "frameset.h"
 #include "hyperlink.h"
 #include "image.h"
 #include "meta.h"
@@ -133,8 +132,9 @@ std::string Attention(const Page *lpPage) {
 std::string Frames(const Frame *lpFrame, const std::string &strIndent) {
     const auto is = [lpFrame](const List<Element> *lpNode) { return lpNode && lpNode->lpData == lpFrame; };
     const Frame *lpParent = lpFrame->_lpParent;
-    std::string strFrames = strIndent + ToText(lpFrame->_rc) + " " + History(lpFrame);
-    strFrames += lpFrame->_lpPage ? TitleOf(lpFrame->_lpPage) : "no page";
+    std::string strFrames = strIndent + ToText(lpFrame->_rc) + " " + (lpParent ? History(lpFrame) : "");
+    strFrames +=
+        lpFrame->_lpPage ? lpFrame->_lpPage->_lpszURL + (" " + TitleOf(lpFrame->_lpPage)) : "no page";
     strFrames += lpParent && is(lpParent->_lpFocus) ? " focused" : "";
     strFrames += lpParent && is(lpParent->_lpHover) ? " pointed at" : "";
     strFrames += Attention(lpFrame->_lpPage) + (lpFrame->_lpRefresh ? " " + Refresh(lpFrame) : "") + "\n";
@@ -184,21 +184,6 @@ std::string TagTable() {
     return strTable;
 }
 
-// "x,y wxh SRC;" for each FRAME of a document in a Frame that is so wide, or "none" if it shows as a page.
-std::string Divide(int nWidth, const std::string &strHTML) {
-    Frame frame(nullptr);
-    frame._rc = Rect(7, 9, nWidth, 480);
-    Page page(&frame, &frame._rc, &frame._rc, "");
-    page.ParseHTML(strHTML.data(), static_cast<int>(strHTML.size()));
-    const Frameset *lpFrameset = frame._lpFrameset;
-    std::string strFrames = lpFrameset ? "" : "none";
-    const List<char> *lpNode = lpFrameset ? List_Tail(lpFrameset->_lpSources) : nullptr;
-    for (int i = 0; lpNode; lpNode = lpNode->lpPrev, ++i)
-        strFrames +=
-            ToText(Rect(&lpFrameset->_aptOrigin[i], &lpFrameset->_aSize[i])) + " " + lpNode->lpData + ";";
-    return strFrames;
-}
-
 // The host, path and query of a URL, "-" for none. Nothing is fetched if the turn is held.
 std::string SplitURL(const std::string &strBase, const std::string &strURL) {
     ParsedPage page("", 10);
@@ -234,8 +219,7 @@ std::string Expand(const std::string &strText) {
                 str += strOne;
             i = nClose;
         } else if (sscanf(lpsz, "[%dx%d]%n", &nFirst, &nSecond, &nEnd) == 2 && nEnd) {
-            str +=
-                "<IMG SRC=x.bmp WIDTH=" + std::to_string(nFirst) + " HEIGHT=" + std::to_string(nSecond) + ">";
+            str += Print("<IMG SRC=x.bmp WIDTH=%d HEIGHT=%d>", nFirst, nSecond);
             i += static_cast<size_t>(nEnd) - 1;
         } else {
             str += *lpsz;
@@ -256,8 +240,8 @@ std::string PageScript::Look() {
         {"colors", Colors},
         {"fetches", Fetches},
         {"title", TitleOf},
-        {"bold", [](Page *lpPage) { return "bold " + std::to_string(lpPage->_lpFontManager->_nBold); }},
-        {"records", [](Page *lpPage) { return "records " + std::to_string(Length(lpPage->_lpMetaTags)); }},
+        {"bold", [](Page *lpPage) { return Print("bold %d", lpPage->_lpFontManager->_nBold); }},
+        {"records", [](Page *lpPage) { return Print("records %d", Length(lpPage->_lpMetaTags)); }},
         {"attention", [](Page *lpPage) { return Attention(lpPage); }},
         {"dirty", [](Page *lpPage) { return ToText(lpPage->_rcDirty); }},
         {"history", [](Page *) { return History(g_lpMainFrame); }, false},
@@ -319,7 +303,7 @@ std::string PageScript::Parse(const std::string &strHTML) {
     return Look();
 }
 
-// With no URL, an action on the history. What is parsed here gives way to what the engine shows.
+// What was parsed here gives way to what the engine shows.
 std::string PageScript::Open(const std::string &strURL) {
     _lpParsed.reset();
     tessel_OpenURL(strURL.c_str());
@@ -383,9 +367,6 @@ PageScript::Answer PageScript::ActOnPage(const std::string &strVerb, std::istrin
         return Parse(Rest(words));
     if (strVerb == "look")
         return Look();
-    int nWidth;
-    if (strVerb == "divide")
-        return words >> nWidth, Divide(nWidth, Rest(words));
     const Rect rc = ReadRect(words);
     if (strVerb == "buffer")
         return EndScript(), StartScript(rc.x, rc.y), "";
