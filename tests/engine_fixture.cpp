@@ -16,6 +16,17 @@ std::string Contents(const std::string &strFile) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::string RedTGA(uint8_t bWidth, uint8_t bHeight) {
+    std::string strFile(18, '\0');
+    strFile[2] = 2;
+    strFile[12] = static_cast<char>(bWidth);
+    strFile[14] = static_cast<char>(bHeight);
+    strFile[16] = 16;
+    for (int i = 1; i < bWidth * bHeight; ++i)
+        strFile += std::string("\x00\x7C", 2);
+    return strFile + std::string(2, '\0');
+}
+
 bool FixedRasterizer::Rasterize(const char *, int nHeight, uint16_t, platform::FontCells *lpCells) {
     ++nCalls;
     if (bFails)
@@ -53,7 +64,7 @@ void EngineTest::StopEngine() {
     EXPECT_EQ(Workers().CountRetired(), 0) << "retired objects outlive the library";
 }
 
-void EngineTest::TearDown() {
+void EngineTest::EndEngine() {
     StopEngine();
     platform::ReplaceRasterizer(nullptr);
     std::filesystem::current_path("/");
@@ -96,6 +107,12 @@ ParsedPage::ParsedPage(const std::string &strHTML, int nWidth, int nHeight) {
     _lpPage->Relayout();
 }
 
+std::string EngineTest::Title() {
+    char szTitle[TESSEL_TITLE_SIZE] = "-";
+    tessel_GetTitle(szTitle);
+    return szTitle;
+}
+
 // There is no run-time type information: an object is told by its virtual table.
 static const void *ClassOf(const Element *lpElement) {
     const void *lpTable;
@@ -103,40 +120,47 @@ static const void *ClassOf(const Element *lpElement) {
     return lpTable;
 }
 
-namespace {
+// Whether it is of the same class as the n-th newest item of a sample.
+static bool IsLike(const Element *lpElement, int n) {
+    static const std::vector<const void *> s_classes = [] {
+        ParsedPage sample("<A HREF=x>a</A>b", 100);
+        std::vector<const void *> classes;
+        for (const List<Element> *lpNode = sample->_lpChildren; lpNode; lpNode = lpNode->lpNext)
+            classes.push_back(ClassOf(lpNode->lpData));
+        return classes;
+    }();
+    return ClassOf(lpElement) == s_classes[static_cast<size_t>(n)];
+}
 
-struct Classes {
-    const void *lpHyperlink, *lpLinkText, *lpText;
-};
+bool ParsedPage::IsHyperlink(const Element *lpElement) {
+    return IsLike(lpElement, 2);
+}
 
-}  // namespace
+bool ParsedPage::IsText(const Element *lpElement) {
+    return IsLike(lpElement, 0) || IsLike(lpElement, 1);
+}
 
-static std::string DumpItem(const Classes &classes, Element *lpElement, const std::string &strIndent) {
-    const void *lpClass = ClassOf(lpElement);
-    if (lpClass == classes.lpHyperlink)
+static std::string DumpItem(Element *lpElement, const std::string &strIndent) {
+    if (ParsedPage::IsHyperlink(lpElement))
         return strIndent + "anchor " + static_cast<Hyperlink *>(lpElement)->lpszURL + "\n";
     const Rect &rc = lpElement->_rc;
     std::string strDump = strIndent;
     if (!lpElement->_lpChildren)
         strDump += std::to_string(rc.x) + "," + std::to_string(rc.y) + " " + std::to_string(rc.w) + "x" +
                    std::to_string(rc.h) + " ";
-    if (lpClass != classes.lpText && lpClass != classes.lpLinkText)
+    if (!ParsedPage::IsText(lpElement))
         return strDump + "box\n";
-    strDump += lpClass == classes.lpLinkText ? "link \"" : "\"";
+    strDump += IsLike(lpElement, 1) ? "link \"" : "\"";
     strDump += static_cast<Text *>(lpElement)->_lpszText;
     strDump += "\"\n";
     for (auto *lpNode = List_Tail(lpElement->_lpChildren); lpNode; lpNode = lpNode->lpPrev)
-        strDump += DumpItem(classes, lpNode->lpData, strIndent + "  ");
+        strDump += DumpItem(lpNode->lpData, strIndent + "  ");
     return strDump;
 }
 
 std::string ParsedPage::Dump(const Page *lpPage) {
-    ParsedPage sample("<A HREF=x>a</A>b", 100);
-    const List<Element> *lpSample = sample->_lpChildren;
-    const Classes classes{ClassOf(lpSample->lpNext->lpNext->lpData), ClassOf(lpSample->lpNext->lpData),
-                          ClassOf(lpSample->lpData)};
     std::string strDump;
     for (auto *lpNode = List_Tail(lpPage->_lpChildren); lpNode; lpNode = lpNode->lpPrev)
-        strDump += DumpItem(classes, lpNode->lpData, "");
+        strDump += DumpItem(lpNode->lpData, "");
     return strDump;
 }

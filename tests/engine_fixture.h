@@ -34,6 +34,10 @@ bool IsSwift(Action act) {
     return std::chrono::steady_clock::now() - start < std::chrono::seconds(1);
 }
 
+// An uncompressed TGA of one colour; its 5 bits of red are all set, so that a pixel is 0xF80000. Only the last
+// pixel of the top row is black.
+std::string RedTGA(uint8_t bWidth, uint8_t bHeight);
+
 // A Resource that keeps what it gets.
 class KeptResource : public Resource {
   public:
@@ -59,12 +63,17 @@ class FixedRasterizer : public platform::Rasterizer {
 // The library as a host has it after tessel_Init, 400 by 300 pixels unless a test asks for another size. The
 // buffer has guard rows around it that the tear-down looks at.
 class EngineTest : public ::testing::Test {
+  public:
+    // Waits, for 20 seconds at most, until no worker is left.
+    static bool WaitForWorkers();
+
   protected:
     static constexpr uint32_t kUntouched = 0xDEADBEEF;
 
     void SetUp() override { StartEngine(400, 300); }
-    void TearDown() override;
+    void TearDown() override { EndEngine(); }
     void StartEngine(int nWidth, int nHeight);
+    void EndEngine();
     void StopEngine();
     // After StopEngine, with the buffer of before.
     void RestartEngine(int nWidth = 400, int nHeight = 300);
@@ -76,10 +85,10 @@ class EngineTest : public ::testing::Test {
 
     // A file in a folder of the test's own, which is the current directory; gone after the test.
     std::string WriteFile(const std::string &strName, const std::string &strContents);
-    // Waits, for 20 seconds at most, until no worker is left.
-    static bool WaitForWorkers();
     // Opens a URL and waits for what comes of it.
     static void Load(const std::string &strURL);
+    // The title of the page on show, "-" if there is none.
+    static std::string Title();
 
     FixedRasterizer _rasterizer;
 
@@ -103,6 +112,9 @@ class ParsedPage {
     std::string Dump() { return Dump(_lpPage.get()); }
     // The same of a page that a Frame shows.
     static std::string Dump(const Page *lpPage);
+    static bool IsHyperlink(const Element *lpElement);
+    // Also in a link.
+    static bool IsText(const Element *lpElement);
 
   private:
     std::unique_ptr<Page> _lpPage;

@@ -98,28 +98,6 @@ TEST_F(FontManagerTest, RecordsAndSetsAreSharedWhereTheyCanBe) {
     EXPECT_EQ(_rasterizer.nCalls, 3);
 }
 
-// Capitals open a tag, small letters close it; A is a link, which shares its bit with U.
-TEST_F(FontManagerTest, StylesFollowTheCounters) {
-    const std::pair<std::string, int> aCases[] = {{"", 0},    {"B", 1},    {"Bb", 0},  {"BBb", 1}, {"bB", 1},
-                                                  {"I", 2},   {"BIb", 2},  {"A", 4},   {"UUu", 4}, {"UA", 4},
-                                                  {"UAa", 0}, {"UAau", 4}, {"AUu", 0}, {"BIU", 7}};
-    constexpr void (FontManager::*kSetters[])(int) = {&FontManager::SetBold, &FontManager::SetItalic,
-                                                      &FontManager::SetUnderline, &FontManager::SetAnchor};
-    for (const auto &[strTags, nStyle] : aCases) {
-        FontManager manager(nullptr);
-        manager.PushFontRecord(g_lpMainFrame->_lpFontNormal, 1);
-        for (const char cTag : strTags) {
-            (manager.*kSetters[std::string("biua").find(static_cast<char>(cTag | 0x20))])(cTag < 'a');
-            manager.CurrentFont();
-        }
-        EXPECT_EQ(manager.CurrentFont()->_wStyle, nStyle) << strTags;
-        manager.PushFont("x", STYLE_ITALIC, 5, 0);
-        EXPECT_EQ(manager.CurrentFont()->_wStyle, nStyle | STYLE_ITALIC) << strTags;
-        for (int i = 0; i < 2; ++i, manager.PopFont())
-            EXPECT_EQ(manager.CurrentFont()->_bSize, i ? 2 : 5) << "the last record stays";
-    }
-}
-
 TEST_F(FontManagerTest, WhereNoSetIsToBeHadTheDefaultServesOrNothingStarts) {
     const CharInfo *lpDefault = g_lpMainFrame->_lpFontNormal->_lpCharInfo;
     for (int i = 0; i < 128; ++i)
