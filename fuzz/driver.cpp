@@ -1,5 +1,5 @@
-// What runs a target: under libFuzzer only the option --seeds DIR; without it a program of its own, which runs the seeds
-// and the files of the folders that it is given, once each.
+// What runs a target: under libFuzzer only the option --seeds DIR; without it a program of its own, which runs the seeds,
+// some damaged copies of each, and the files of the folders that it is given.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 
 #include "harness.h"
 
@@ -33,6 +34,8 @@ extern "C" int LLVMFuzzerInitialize(int *lpnArguments, char ***lplplpszArguments
 
 #else
 
+constexpr uint32_t kCopies = 20;
+
 static void Run(const std::string &strName, const std::string &strInput) {
     printf("%s\n", strName.c_str());
     fflush(stdout);
@@ -41,12 +44,26 @@ static void Run(const std::string &strName, const std::string &strInput) {
     LLVMFuzzerTestOneInput(exact.data(), exact.size());
 }
 
+// A few bytes changed, and sometimes the end gone.
+static std::string Damage(std::string strInput, uint32_t nSeed) {
+    std::mt19937 random(nSeed);
+    if (random() % 4 == 0)
+        strInput.resize(random() % (strInput.size() + 1));
+    for (uint32_t nChanges = random() % 4; !strInput.empty() && nChanges > 0; --nChanges)
+        strInput[random() % strInput.size()] = static_cast<char>(random());
+    return strInput;
+}
+
 int main(int nArguments, char **lplpszArguments) {
     if (nArguments == 3 && strcmp(lplpszArguments[1], "--seeds") == 0)
         return WriteSeeds(lplpszArguments[2]);
     int nInputs = 0;
-    for (const std::string &strSeed : Seeds())
-        Run("seed " + std::to_string(nInputs++), strSeed);
+    for (const std::string &strSeed : Seeds()) {
+        const std::string strName = "seed " + std::to_string(nInputs++);
+        Run(strName, strSeed);
+        for (uint32_t i = 1; i <= kCopies; ++i)
+            Run(strName + ", copy " + std::to_string(i), Damage(strSeed, i));
+    }
     for (int i = 1; i < nArguments; ++i) {
         if (!std::filesystem::is_directory(lplpszArguments[i]))
             continue;
