@@ -11,7 +11,6 @@
 #include "layout.h"
 #include "mainframe.h"
 #include "page.h"
-#include "platform/clock.h"
 #include "platform/rasterizer.h"
 #include "tessel_internal.h"
 #include "text.h"
@@ -187,7 +186,6 @@ Engine::Engine(int nWidth, int nHeight)
       _buffer(static_cast<size_t>((nWidth + kGuardColumns) * nHeight) + 2 * kGuard, kUntouched) {
     static BlockRasterizer s_rasterizer;
     platform::ReplaceRasterizer(&s_rasterizer);
-    platform::ReplaceTicks([] { return g_world.dwTicks; });
     g_world = World();
     REQUIRE(DllMain(this, PROCESS_ATTACH) == 1);
     g_lpMainFrame->hWnd = this;

@@ -96,10 +96,13 @@ std::vector<std::string> Seeds() {
     std::vector<std::string> seeds;
     for (char cPage = 0; cPage < static_cast<char>(std::size(kPages)); ++cPage) {
         std::string strSeed = {'\x3F', '\x30', cPage};
-        // Tab, type, select, copy, paste, erase; point and click in a line, painting on the way; submit; go back.
+        // Tab, type, erase on both sides, select, copy, paste, fill the field; and the same with the next one; submit.
         for (const char *lpszSteps :
-             {"\x08\x01\x07x\x08\x03\x08\x08\x08\x08\x0D_\x08\x04\x08\x0B\x08\x0C\x08\x0A",
-              "\x0A\x03\x0A\x04\x08\x07\x08\x05\x08\x09\x0F\x05\x0D_\x08\x01\x08\x02\x0E_"})
+             {"\x08\x01\x07x\x08\x10\x08\x08\x08\x0A\x0D_", "\x08\x06\x08\x10\x08\x03\x08\x08\x08\x08\x0D_",
+              "\x08\x04\x08\x0B\x0A\x03\x08\x07\x08\x0C\x08\x0C\x08\x03\x08\x06\x07y\x0A\x03\x0D_",
+              "\x07z\x07z\x07z\x07z\x07z\x07z\x07z\x07z\x07z\x07z\x07z\x07z\x07z",
+              "\x0F\x05\x08\x07\x08\x0C\x0D_",
+              "\x08\x01\x07y\x08\x10\x08\x03\x08\x07\x0D_\x08\x01\x08\x02\x0E_"})
             strSeed += lpszSteps;
         for (char x = 8; x < 120; x = static_cast<char>(x + 12))
             strSeed += {19, x, 12, 1, x, 12, 5, static_cast<char>(x + 9), 12, 13, 0, 2, x, 12};

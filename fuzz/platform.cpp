@@ -4,6 +4,7 @@
 #include <deque>
 
 #include "harness.h"
+#include "platform/clock.h"
 #include "platform/directory.h"
 #include "platform/file.h"
 #include "platform/resolver.h"
@@ -43,6 +44,14 @@ bool RunThreads() {
 }
 
 namespace platform {
+
+uint32_t Ticks() {
+    return g_world.dwTicks;
+}
+
+bool TicksReplaced() {
+    return true;
+}
 
 bool Thread::Start(Body lpfnBody, void *lpArgument) {
     g_threads.emplace_back(lpfnBody, lpArgument);
