@@ -126,12 +126,20 @@ void CheckLine(const Line *lpLine) {
     }
 }
 
+// Hover and focus are children that there are.
+void CheckPointers(const Element *lpElement) {
+    REQUIRE(IsNodeOf(lpElement->_lpChildren, lpElement->_lpHover));
+    REQUIRE(IsNodeOf(lpElement->_lpChildren, lpElement->_lpFocus));
+}
+
 void CheckPage(const Page *lpPage) {
+    CheckPointers(lpPage);
     for (const List<Line> *lpNode = lpPage->_lpLines; lpNode; lpNode = lpNode->lpNext)
         CheckLine(lpNode->lpData);
     for (const List<Element> *lpNode = lpPage->_lpChildren; lpNode; lpNode = lpNode->lpNext) {
         const Element *lpItem = lpNode->lpData;
         REQUIRE(lpItem->_lpOwner == lpPage);
+        CheckPointers(lpItem);
         if (IsInput(lpItem))
             CheckInput(static_cast<const TextInput *>(lpItem));
     }
@@ -140,10 +148,7 @@ void CheckPage(const Page *lpPage) {
 }
 
 void CheckFrame(const Frame *lpFrame) {
-    const Element *lpParts[] = {lpFrame, lpFrame->_lpPage};
-    for (const Element *lpPart : lpParts)
-        REQUIRE(!lpPart || (IsNodeOf(lpPart->_lpChildren, lpPart->_lpHover) &&
-                            IsNodeOf(lpPart->_lpChildren, lpPart->_lpFocus)));
+    CheckPointers(lpFrame);
     REQUIRE(IsNodeOf(reinterpret_cast<List<Element> *>(lpFrame->_lpHistory),
                      reinterpret_cast<List<Element> *>(lpFrame->_lpHistoryCur)));
     if (lpFrame->_lpPage)

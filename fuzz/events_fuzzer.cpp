@@ -104,9 +104,12 @@ std::vector<std::string> Seeds() {
               "\x0F\x05\x08\x07\x08\x0C\x0D_",
               "\x08\x01\x07y\x08\x10\x08\x03\x08\x07\x0D_\x08\x01\x08\x02\x0E_"})
             strSeed += lpszSteps;
+        // Point and click in a line, painting and laying out on the way; then other pages, back, and a while later.
         for (char x = 8; x < 120; x = static_cast<char>(x + 12))
-            strSeed += {19, x, 12, 1, x, 12, 5, static_cast<char>(x + 9), 12, 13, 0, 2, x, 12};
-        seeds.push_back(strSeed + std::string({14, 0, 13, 0, 11, 8, 14, 0, 16, 20, 14, 0, 17, 0}));
+            strSeed += {0, x,  12, 1, x,  12, 5, static_cast<char>(x + 9), 12, 13, 0, 17, 0, 2,
+                        x, 12, 0,  x, 30, 17, 0};
+        seeds.push_back(
+            strSeed + std::string({14, 0, 13, 0, 18, 1, 0, 9, 9, 14, 0, 11, 8, 14, 0, 16, 20, 14, 0, 13, 0}));
     }
     return seeds;
 }
