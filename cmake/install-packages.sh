@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Installs what building takes and is missing, from Debian's packages; with --tests also what the tests take, with --demo
-# what the server of the demo pages takes. Called by ./run and ./test. Asks nothing of apt when everything is there.
+# what the server of the demo pages takes, with --fuzz what the fuzzers take. Called by ./run and ./test. Asks nothing of
+# apt when everything is there.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libfreetype-dev libfontconfig-dev libpng-dev libsdl2-dev fonts-liberation)
 if [[ ${1-} == --tests ]]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev binutils libjpeg-turbo-progs libjpeg62-turbo-dev netpbm nginx-light
         python3 xvfb xdotool xclip procps)
+elif [[ ${1-} == --fuzz ]]; then
+    packages+=(clang libclang-rt-14-dev libjpeg62-turbo-dev)
 elif [[ ${1-} == --demo ]] && ! type -P python3 >/dev/null; then
     packages+=(python3)
 fi

@@ -1,0 +1,22 @@
+// libjpeg-turbo, whose errors jump. Its vector code, which rounds what does not fit into 16 bits in a way of its own, stays
+// off.
+#pragma once
+
+#include <csetjmp>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+#include <jpeglib.h>
+
+struct ErrorManager : jpeg_error_mgr {
+    jmp_buf jump;
+
+    template <class Jpeg>
+    explicit ErrorManager(Jpeg *lpJpeg) {
+        setenv("JSIMD_FORCENONE", "1", 1);
+        lpJpeg->err = jpeg_std_error(this);
+        error_exit = [](j_common_ptr lp) { longjmp(static_cast<ErrorManager *>(lp->err)->jump, 1); };
+        output_message = [](j_common_ptr) {};
+    }
+};
