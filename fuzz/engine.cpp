@@ -86,7 +86,7 @@ bool IsNodeOf(const List<Element> *lpList, const List<Element> *lpNode) {
 // Caret and selection are inside the text, and the text in its buffer.
 void CheckInput(const TextInput *lpInput) {
     const int nLength = static_cast<int>(strlen(lpInput->_lpszValue));
-    REQUIRE(nLength <= lpInput->_wMaxLength && lpInput->_wMaxLength <= kMaxTextLength);
+    REQUIRE(nLength <= lpInput->_wMaxLength && lpInput->_wMaxLength <= 1023);
     REQUIRE(lpInput->_nCaret >= 0 && lpInput->_nCaret <= nLength);
     REQUIRE(lpInput->_nSelStart >= 0 && lpInput->_nSelStart <= lpInput->_nSelEnd &&
             lpInput->_nSelEnd <= nLength);

@@ -21,7 +21,7 @@ extern "C" int getaddrinfo_a(int, gaicb *alpRequests[], int, sigevent *) {
     alpRequests[0]->__return = bSlow ? EAI_INPROGRESS : EAI_NONAME;
     if (bKnown)
         alpRequests[0]->__return =
-            getaddrinfo("localhost", nullptr, alpRequests[0]->ar_request, &alpRequests[0]->ar_result);
+            getaddrinfo("127.0.0.1", nullptr, alpRequests[0]->ar_request, &alpRequests[0]->ar_result);
     if (bSlow)
         g_asked.Set();
     return 0;

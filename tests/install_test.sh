@@ -62,7 +62,7 @@ for picture in shot python; do
 done
 
 # In C++, through find_package.
-cmake -S "$source/tests/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -G Ninja -S "$source/tests/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 cd "$work"
 echo '<TITLE>One</TITLE><A HREF=two.html>on</A>' >one.html
