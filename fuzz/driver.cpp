@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerInitialize(int *lpnArguments, char ***lplplpszArguments
 
 #else
 
-constexpr uint32_t kCopies = 20;
+constexpr uint32_t kCopies = 5;
 
 static void Run(const std::string &strName, const std::string &strInput) {
     printf("%s\n", strName.c_str());

@@ -4,7 +4,11 @@
 #include "harness.h"
 #include "jpeg_turbo.h"
 
-static std::string Compress(int nWidth, int nHeight, int nQuality, int nFactors, unsigned nRestart) {
+// Of luma, H and V; 0: grey.
+constexpr int kFactors[] = {0, 11, 21, 12, 22, 31, 41, 14};
+
+static std::string Compress(int nWidth, int nHeight, int nQuality, int nFactors, unsigned nRestart,
+                            const std::string &strSamples) {
     jpeg_compress_struct jpeg;
     ErrorManager errors(&jpeg);
     jpeg_create_compress(&jpeg);
@@ -27,7 +31,8 @@ static std::string Compress(int nWidth, int nHeight, int nQuality, int nFactors,
     std::vector<JSAMPLE> row(static_cast<size_t>(nWidth * jpeg.input_components));
     for (int y = 0; y < nHeight; ++y) {
         for (size_t i = 0; i < row.size(); ++i)
-            row[i] = static_cast<JSAMPLE>(i * i + static_cast<size_t>(y * 9));
+            row[i] = static_cast<JSAMPLE>(
+                strSamples[(i + row.size() * static_cast<size_t>(y)) % strSamples.size()]);
         JSAMPROW lpRow = row.data();
         jpeg_write_scanlines(&jpeg, &lpRow, 1);
     }
@@ -38,10 +43,23 @@ static std::string Compress(int nWidth, int nHeight, int nQuality, int nFactors,
     return strFile;
 }
 
+std::string MakeFile(Input *lpInput) {
+    const int nWidth = lpInput->OddNumber(), nHeight = lpInput->OddNumber();
+    const int nQuality = 1 + lpInput->Byte() % 100, nFactors = kFactors[lpInput->Byte() % 8];
+    const unsigned nRestart = lpInput->Byte() % 8u;
+    return Compress(nWidth, nHeight, nQuality, nFactors, nRestart, lpInput->Rest() + '\0');
+}
+
 std::vector<std::string> Seeds() {
     std::vector<std::string> seeds;
-    for (const int nFactors : {0, 11, 21, 12, 22, 31, 41, 14})
+    std::string strSamples;
+    for (int i = 0; i < 60; ++i)
+        strSamples += static_cast<char>(i * i);
+    for (const int nFactors : kFactors)
         for (const unsigned nRestart : {0u, 1u, 2u})
-            seeds.push_back(Compress(17 + nFactors % 9, 9, nRestart ? 30 : 90, nFactors, nRestart));
+            seeds.push_back(
+                Compress(17 + nFactors % 9, 9, nRestart ? 30 : 90, nFactors, nRestart, strSamples));
+    for (char c = 0; c < 8; ++c)
+        seeds.push_back(std::string({c, 9, static_cast<char>(c * 14), c, c}) + strSamples);
     return seeds;
 }

@@ -6,8 +6,14 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include <jpeglib.h>
+
+class Input;
+
+// A good file of the samples that an input asks for.
+std::string MakeFile(Input *lpInput);
 
 struct ErrorManager : jpeg_error_mgr {
     jmp_buf jump;
