@@ -101,6 +101,14 @@ TEST_F(PageTest, PicturesThatNeverCome) {
     EXPECT_TRUE(lpImage->_bDone && lpImage->_rc.w == 28 && lpImage->_rc.h == 30);
 }
 
+TEST_F(PageTest, AColumnThatAsksForLessThanNothingAsksForNothing) {
+    ParsedPage page("", 400);
+    Table table(page.Get());
+    table.AddColumn(-5, -1, ALIGN_RIGHT);
+    const TableCell *lpCell = table.lpllCurCol->lpData;
+    EXPECT_TRUE(lpCell->_nWantWidth == 0 && lpCell->_nWantHeight == 0 && lpCell->_bAlign == ALIGN_RIGHT);
+}
+
 // One layout for each arrival, one look at each item in a layout: work that grows as the page does, and no faster.
 TEST_F(PageTest, FiveHundredPicturesCostOneLayoutEach) {
     WriteFile("red.tga", RedTGA(20, 10));
