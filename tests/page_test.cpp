@@ -90,6 +90,7 @@ TEST_F(PageTest, PicturesThatNeverCome) {
     Image *lpImage = static_cast<Image *>(page->_lpFetches->lpData);
     EXPECT_EQ(lpImage->_lpCell->_nRowWidth, -1) << "no WIDTH";
     page->Cancel();
+    g_lpMainFrame->Fetch(nullptr);
     lpImage->OnData();
     lpImage->LoadResourceBitmap(103);
     EXPECT_TRUE(!lpImage->_bDone && !lpImage->_lpPixels && lpImage->_rc.w == 26 && lpImage->_rc.h == 28);
@@ -162,4 +163,8 @@ TEST_F(PageTest, WhatIsUnderThePointerIsWhatIsPaintedThere) {
         colours.insert(PixelAt(x, y));
     }
     EXPECT_EQ(colours, (std::set<uint32_t>{0xFF0000, 0x008000, 0x0000FF, kUntouched}));
+    tessel_OnMouseMove(5, 5);
+    ASSERT_TRUE(g_lpMainFrame->_lpHover);
+    tessel_OnRMouseDrag(399, 299);
+    EXPECT_FALSE(g_lpMainFrame->_lpHover) << "a drag out of all frames";
 }
