@@ -3,24 +3,17 @@
 #include <chrono>
 #include <random>
 
-#include "engine_fixture.h"
+#include "page_script.h"
 #include "tessel.h"
 
 namespace {
 
 // Sanitizers slow everything down; what is looked for then is no matter of size.
 #ifdef NDEBUG
-constexpr size_t kScale = 1;
+constexpr int kScale = 1;
 #else
-constexpr size_t kScale = 5;
+constexpr int kScale = 5;
 #endif
-
-std::string Repeat(const std::string &str, size_t nCount) {
-    std::string strAll;
-    for (size_t i = 0; i < nCount / kScale; ++i)
-        strAll += str;
-    return strAll;
-}
 
 // Bytes that look like a page every now and then.
 std::string RandomPage(uint32_t nSeed, size_t nSize) {
@@ -65,39 +58,18 @@ class HostileTest : public EngineTest {
 };
 
 TEST_F(HostileTest, LargePagesOfOneKind) {
-    constexpr size_t kMany = 100000;
-    const struct {
-        const char *lpszName;
-        std::string strPage;
-    } aCases[] = {
-        {"10 MB of text", Repeat("some words and a line end\n", 400000)},
-        {"10 MB in one word", std::string(10000000, 'w')},
-        {"10 MB of tags", Repeat("<B>x</B>", 1250000)},
-        {"100,000 tags", Repeat("<H1>x<FONT SIZE=3>", kMany / 2)},
-        {"one attribute of 5 MB", "<A HREF=" + std::string(5000000, 'x') + ">text"},
-        {"one quoted attribute of 5 MB", "<A HREF=\"" + std::string(5000000, ' ') + "text"},
-        {"one tag of 5 MB of attributes", "<BODY " + Repeat("a=b ", 1250000) + ">text"},
-        {"zero bytes", Repeat(std::string("a\0b<\0B>\0", 8), kMany)},
-        {"nothing but zero bytes", std::string(1000000, '\0')},
-        {"open brackets", std::string(1000000, '<')},
-        {"ampersands", std::string(1000000, '&')},
-        {"links in links", Repeat("<A HREF=x>y", kMany)},
-        {"colours in turn", Repeat("<FONT COLOR=RED>a<FONT COLOR=BLUE>b", kMany / 2)},
-        {"closed fonts in turn", Repeat("<FONT COLOR=1>a</FONT><B>b</B><FONT COLOR=2>c</FONT>", kMany / 4)},
-        {"as many faces as tags",
-         [] {
-             std::string str;
-             for (int i = 0; i < 20000; ++i)
-                 str += "<FONT FACE=f" + std::to_string(i) + ">x";
-             return str;
-         }()},
-        {"centres in centres", Repeat("<CENTER>x", kMany)},
-        {"paragraphs without text", Repeat("<P>", kMany)},
-        {"one-letter words", Repeat("a ", 500000)},
-        {"fields and forms in forms", Repeat("<FORM ACTION=x><INPUT><INPUT TYPE=SUBMIT VALUE=a>", kMany / 4)},
-    };
-    for (const auto &testCase : aCases)
-        Show(testCase.lpszName, testCase.strPage);
+    for (const char *lpszPage :
+         {"{400000*some words and a line end\n}", "{10000000*w}", "{1250000*<B>x</B>}",
+          "{50000*<H1>x<FONT SIZE=3>}", "<A HREF={5000000*x}>text", "<A HREF=\"{5000000* }text",
+          "<BODY {1250000*a=b }>text", "{100000*a\\0b<\\0B>\\0}", "{1000000*\\0}", "{1000000*<}",
+          "{1000000*&}", "{100000*<A HREF=x>y}", "{50000*<FONT COLOR=RED>a<FONT COLOR=BLUE>b}",
+          "{25000*<FONT COLOR=1>a</FONT><B>b</B><FONT COLOR=2>c</FONT>}", "{100000*<CENTER>x}",
+          "{100000*<P>}", "{500000*a }", "{25000*<FORM ACTION=x><INPUT><INPUT TYPE=SUBMIT VALUE=a>}"})
+        Show(lpszPage, Expand(lpszPage, kScale));
+    std::string strFaces;
+    for (int i = 0; i < 20000; ++i)
+        strFaces += "<FONT FACE=f" + std::to_string(i) + ">x";
+    Show("as many faces as tags", strFaces);
 }
 
 TEST_F(HostileTest, RandomPages) {

@@ -200,7 +200,7 @@ std::string SplitURL(const std::string &strBase, const std::string &strURL) {
 
 }  // namespace
 
-std::string Expand(const std::string &strText) {
+std::string Expand(const std::string &strText, int nFewer) {
     std::string str;
     for (size_t i = 0; i < strText.size(); ++i) {
         const char *lpsz = &strText[i];
@@ -215,7 +215,7 @@ std::string Expand(const std::string &strText) {
             const size_t nClose = strText.find('}', i);
             const std::string strOne =
                 Expand(strText.substr(i + static_cast<size_t>(nEnd), nClose - i - static_cast<size_t>(nEnd)));
-            for (int n = 0; n < nFirst; ++n)
+            for (int n = 0; n < nFirst / nFewer; ++n)
                 str += strOne;
             i = nClose;
         } else if (sscanf(lpsz, "[%dx%d]%n", &nFirst, &nSecond, &nEnd) == 2 && nEnd) {

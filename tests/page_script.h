@@ -7,8 +7,9 @@
 #include "engine_fixture.h"
 
 // The bytes that a text of a script stands for: "\n", "\r", "\t", "\0", "\xA9" and "\\"; "{1000*ab}" for ab a
-// thousand times; "[30x20]" for a picture of that size that never comes.
-std::string Expand(const std::string &strText);
+// thousand times; "[30x20]" for a picture of that size that never comes. With nFewer, so many times
+// fewer than written.
+std::string Expand(const std::string &strText, int nFewer = 1);
 
 class PageScript : public EngineTest {
   protected:

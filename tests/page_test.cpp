@@ -90,6 +90,7 @@ TEST_F(PageTest, PicturesThatNeverCome) {
     Image *lpImage = static_cast<Image *>(page->_lpFetches->lpData);
     EXPECT_EQ(lpImage->_lpCell->_nRowWidth, -1) << "no WIDTH";
     page->Cancel();
+    g_lpMainFrame->Fetch(nullptr);
     lpImage->OnData();
     lpImage->LoadResourceBitmap(103);
     EXPECT_TRUE(!lpImage->_bDone && !lpImage->_lpPixels && lpImage->_rc.w == 26 && lpImage->_rc.h == 28);
@@ -99,6 +100,14 @@ TEST_F(PageTest, PicturesThatNeverCome) {
     lpImage = static_cast<Image *>(late->_lpFetches->lpData);
     lpImage->OnTimeout();
     EXPECT_TRUE(lpImage->_bDone && lpImage->_rc.w == 28 && lpImage->_rc.h == 30);
+}
+
+TEST_F(PageTest, AColumnThatAsksForLessThanNothingAsksForNothing) {
+    ParsedPage page("", 400);
+    Table table(page.Get());
+    table.AddColumn(-5, -1, ALIGN_RIGHT);
+    const TableCell *lpCell = table.lpllCurCol->lpData;
+    EXPECT_TRUE(lpCell->_nWantWidth == 0 && lpCell->_nWantHeight == 0 && lpCell->_bAlign == ALIGN_RIGHT);
 }
 
 // One layout for each arrival, one look at each item in a layout: work that grows as the page does, and no faster.
@@ -154,4 +163,8 @@ TEST_F(PageTest, WhatIsUnderThePointerIsWhatIsPaintedThere) {
         colours.insert(PixelAt(x, y));
     }
     EXPECT_EQ(colours, (std::set<uint32_t>{0xFF0000, 0x008000, 0x0000FF, kUntouched}));
+    tessel_OnMouseMove(5, 5);
+    ASSERT_TRUE(g_lpMainFrame->_lpHover);
+    tessel_OnRMouseDrag(399, 299);
+    EXPECT_FALSE(g_lpMainFrame->_lpHover) << "a drag out of all frames";
 }
