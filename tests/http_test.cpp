@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <climits>
 #include <filesystem>
 #include <memory>
 #include <thread>
 #include <vector>
 
+#include "cases.h"
 #include "engine_fixture.h"
 #include "loopback_server.h"
 #include "platform/clock.h"
@@ -22,8 +22,6 @@ namespace {
 
 constexpr uint16_t kPage = ACCEPT_TEXT | ACCEPT_HTML;
 constexpr uint16_t kImage = ACCEPT_TEXT | ACCEPT_IMAGE;
-using namespace std::string_literals;
-
 const std::string kNone = "(nothing)";
 const std::string kOk = "HTTP/1.0 200 OK\r\n\r\n";
 
@@ -63,89 +61,54 @@ class HttpTest : public ::testing::Test {
         return strBody;
     }
     LoopbackServer server;
+    Cases cases{"http.txt"};
     const std::ptrdiff_t nBefore = CountDescriptors();
 };
 
 }  // namespace
 
-TEST_F(HttpTest, RequestsAreExactlyTheseBytes) {
-    const std::string strHost = " HTTP/1.0\r\nHost: " + server.strAddress + "\r\n\r\n";
-    const std::string strLong(65536 - strlen("GET / HTTP/1.0"), 'x');
-    const std::tuple<const char *, const char *, uint16_t, std::string> aCases[] = {
-        {"a/b c.html", nullptr, METHOD_GET, "GET /a/b c.html" + strHost},
-        {nullptr, nullptr, METHOD_GET, "GET /" + strHost},
-        {"a", "b=1&c=%\xE9", METHOD_GET, "GET /a?b=1&c=%\xE9" + strHost},
-        {"a", "", METHOD_GET, "GET /a?" + strHost},
-        {"a", "b=1\r\nc?", METHOD_POST, "POST /a HTTP/1.0\r\n\r\nb=1\r\nc?"},
-        {nullptr, nullptr, 0, "POST / HTTP/1.0\r\n\r\n"},
-        {strLong.c_str(), nullptr, METHOD_GET, "GET /" + strLong + strHost},
-        {"a", strLong.c_str(), 3, "POST /a HTTP/1.0\r\n\r\n" + strLong}};
-    server.Prescribe({kOk + "body"});
-    for (const auto &[lpszPath, lpszQuery, wMethod, strRequest] : aCases) {
-        EXPECT_EQ(Probe(server.strAddress, lpszPath, lpszQuery, kPage, wMethod).Fetch(), "body");
-        EXPECT_EQ(server.TakeRequest(), strRequest);
-    }
-    const int nAsked = server.nAccepted;
-    for (const std::string &strPath : {"a\r\nX: 1"s, "a\nX: 1"s, "a\r"s, strLong + "x"})
-        EXPECT_EQ(Probe(server.strAddress, strPath.c_str()).Fetch(), kNone) << strPath.substr(0, 80);
-    EXPECT_EQ(Probe(server.strAddress, "a", "b\r\n\r\nc").Fetch(), kNone);
-    EXPECT_EQ(Probe(server.strAddress, "a\nb", "", kPage, METHOD_POST).Fetch(), kNone);
+TEST_F(HttpTest, RequestsAreExactlyTheseBytesOrNobodyIsAsked) {
     std::string strDeaf;
     const int hDeaf = ListenOnLoopback(&strDeaf);
     shutdown(hDeaf, SHUT_RDWR);
-    for (const std::string &strAt : {"\r\nX: 1"s, " \n"s, ":80"s})
-        EXPECT_EQ(Probe(server.strAddress + strAt, "a").Fetch(), kNone) << strAt;
-    for (const std::string &strAt : {"255.255.255.255"s, strDeaf})
-        EXPECT_EQ(Probe(strAt, "a").Fetch(), kNone) << strAt;
+    cases.names["HERE"] = '"' + server.strAddress + '"';
+    cases.names["DEAF"] = '"' + strDeaf + '"';
+    server.Prescribe({kOk + "body"});
+    for (const auto &row : cases.Under("request")) {
+        const std::string strPath = cases.Bytes(row[3]), strQuery = cases.Bytes(row[4]);
+        SCOPED_TRACE(row[2] + " " + strPath.substr(0, 80));
+        Probe probe(cases.Bytes(row[1]), row[3] == "-" ? nullptr : strPath.c_str(),
+                    row[4] == "-" ? nullptr : strQuery.c_str(), kPage,
+                    static_cast<uint16_t>(atoi(row[2].c_str())));
+        const int nAsked = server.nAccepted;
+        EXPECT_EQ(probe.Fetch(), row[5].empty() ? kNone : "body");
+        EXPECT_EQ(row[5].empty() ? "" : server.TakeRequest(), cases.Bytes(row[5]));
+        EXPECT_EQ(server.nAccepted, nAsked + !row[5].empty());
+    }
     close(hDeaf);
-    EXPECT_EQ(Get({kOk}), "");
-    EXPECT_EQ(server.nAccepted, nAsked + 1) << "the others ask nobody";
 }
 
 TEST_F(HttpTest, BodyIsWhatStandsBehindAHeadThatIsAccepted) {
-    const std::string strZeros("a\0\r\n\r\nb\0", 8);
-    const std::string strManyHeaders = "HTTP/1.0 200 OK\r\n" + std::string(100000, 'x') + ": y\r\n";
-    const std::string strType = "HTTP/1.0 200 OK\r\nContent-Type: ";
-    std::vector<std::tuple<Reply, std::string, std::string>> cases = {
-        {Reply{""}, kNone, kNone},
-        {Reply{kOk}, "", ""},
-        {Reply{kOk + "slow drip", kClose, 1}, "slow drip", "slow drip"},
-        {Reply{kOk + "nearly everything", kReset}, kNone, kNone},
-        {Reply{"", kReset}, kNone, kNone},
-        {Reply{kOk + strZeros}, strZeros, strZeros},
-        {Reply{"http/9 200 x\r\n\r\ncontent-type: audio/x"}, "content-type: audio/x",
-         "content-type: audio/x"},
-        {Reply{strManyHeaders + "\r\nb"}, "b", "b"},
-        {Reply{strManyHeaders + "Content-Type: audio/x\r\n\r\nb"}, kNone, kNone},
-        {Reply{"HTTP/1.0 404 Gone\r\n\r\nb"}, kNone, "b"},
-        {Reply{"HTTP/1.0 200\r\n\r\nb"}, kNone, "b"},
-        {Reply{"HTTP/\r\n\r\n"}, kNone, ""}};
-    const auto AddTypes = [&](const std::string &strImage, const std::string &strPage,
-                              const std::vector<std::string> &types) {
-        for (const std::string &strValue : types)
-            cases.push_back({Reply{strType + strValue + "\r\n\r\nb"}, strImage, strPage});
-    };
-    AddTypes("b", "b", {"text/html", "text/html; charset=x", "text/xml", "model/mesh", ""});
-    AddTypes("b", kNone, {"text/plain", "image/gif"});
-    AddTypes(kNone, kNone, {"application/octet-stream", "audio/mid", "video/html"});
-    // No head at all: the response is its own body, with status 0.
-    for (const std::string &strBody :
-         {"<HTML>x\r\n\r\ny"s, "HTTP/1.0 200 OK\r\nX: y\r\n"s, "HTTP/1.0 200 OK\n\nb"s, "HTTP"s,
-          "HTTP/1.0 200 OK\r\nX: " + strZeros, strZeros + kOk, std::string(1000, '\xFF')})
-        cases.push_back({Reply{strBody}, kNone, strBody});
-    // What is behind 500,000 bytes is cut off; a peer that goes on for ever is left.
-    for (const size_t nSize : {499999u, 500000u, 500001u, 2000000u}) {
-        std::string strResponse = kOk;
-        while (strResponse.size() < nSize)
-            strResponse += std::to_string(strResponse.size());
-        const std::string strBody =
-            strResponse.substr(kOk.size(), std::min<size_t>(nSize, 500000) - kOk.size());
-        cases.push_back({{strResponse.substr(0, nSize), nSize > 500001 ? kHold : kClose}, strBody, strBody});
-    }
-    for (const auto &[reply, strImage, strPage] : cases) {
+    const auto Expect = [this](const Reply &reply, const std::string &strImage, const std::string &strPage) {
         SCOPED_TRACE(reply.strBytes.substr(0, 100) + std::to_string(reply.strBytes.size()));
         EXPECT_TRUE(Get(reply, kImage) == strImage);
         EXPECT_TRUE(Get(reply, kPage) == strPage);
+    };
+    for (const auto &row : cases.Under("body for")) {
+        const std::string strReply = cases.Bytes(row[1]), strBody = cases.Bytes(row[2]);
+        const auto For = [&](const char *lpszWhom) {
+            return row[0].find(lpszWhom) == row[0].npos ? kNone : strBody;
+        };
+        Expect({strReply, row[3] == "reset" ? kReset : kClose, row[3] == "drip" ? 1u : 1u << 30},
+               For("pictures"), For("pages"));
+    }
+    // What is behind 500,000 bytes is cut off; a peer that goes on for ever is left.
+    for (const size_t nSize : {499999u, 500000u, 500001u, 2000000u}) {
+        std::string strReply = kOk;
+        while (strReply.size() < nSize)
+            strReply += std::to_string(strReply.size());
+        const std::string strBody = strReply.substr(kOk.size(), std::min<size_t>(nSize, 500000) - kOk.size());
+        Expect({strReply.substr(0, nSize), nSize > 500001 ? kHold : kClose}, strBody, strBody);
     }
 }
 
@@ -230,39 +193,18 @@ TEST_F(HttpTest, WaitEndsAtTheLimitOrWithACancellation) {
 // The buffers are of exactly their own size, so that a sanitizer sees a read behind them.
 TEST(HttpHeadTest, HeadIsCutOffAndPutIntoLowerCaseForItsStatusAndType) {
     constexpr uint16_t kBefore = 0x7777;
-    const auto Parse = [](const std::string &strHead) {
-        const std::string strResponse = strHead + "\r\n\r\nBODY: \xC4";
+    const Cases cases("http.txt");
+    for (const auto &row : cases.Under("head")) {
+        SCOPED_TRACE(row[1]);
+        const std::string strResponse = cases.Bytes(row[1]) + "\r\n\r\nBODY: \xC4";
         const std::unique_ptr<char[]> lpBuffer(new char[strResponse.size() + 1]);
         memcpy(lpBuffer.get(), strResponse.c_str(), strResponse.size() + 1);
         HttpInfo info = {0, 12345, kBefore};
         ParseResponse(lpBuffer.get(), &info);
         EXPECT_STREQ(lpBuffer.get() + info._dwBodyOffset, "BODY: \xC4");
-        return std::tuple(std::string(lpBuffer.get()), info._dwStatus, info._wContentType);
-    };
-    EXPECT_EQ(Parse("Http/1.0 404 Az[@`\xC4"), std::tuple("http/1.0 404 az[@`\xC4", 404, kBefore));
-    const std::pair<int, std::vector<std::string>> aStatuses[] = {{200, {"200\r\nServer: x"}},
-                                                                  {2, {"2x4 x"}},
-                                                                  {INT_MAX, {"99999999999999999999 x"}},
-                                                                  {0, {"200", " 200 OK", "\r\n 200 OK", ""}}};
-    for (const auto &[nStatus, texts] : aStatuses) {
-        for (const std::string &strText : texts)
-            EXPECT_EQ(std::get<1>(Parse("HTTP/1.0 " + strText)), nStatus) << strText;
-    }
-    const std::pair<int, std::vector<std::string>> aTypes[] = {
-        {0x0101, {": Text/HTML"}},
-        {0x0102, {":\ttext/plain\r\nContent-Type: audio/x"}},
-        {0x0400, {": audio/x image/html"}},
-        {0x0801, {": video/html\nb"}},
-        {0x1000, {": application/x"}},
-        {0x0200, {": image/html;"}},
-        {0x0100, {": text", ": text/" + std::string(58, 'x')}},
-        {0x0001, {": texts/html", ":text/html", ": /html"}},
-        {0, {": tex/htm", ": text/" + std::string(59, 'x'), ": text/" + std::string(100000, 'x')}},
-        {kBefore, {":  text/html", ":", ""}}};
-    for (const auto &[nType, texts] : aTypes) {
-        for (const std::string &strText : texts)
-            EXPECT_EQ(std::get<2>(Parse("HTTP/\r\nX-Content-TYPE" + strText)), nType)
-                << strText.substr(0, 80);
+        EXPECT_EQ(info._dwStatus, atoi(row[2].c_str()));
+        EXPECT_EQ(info._wContentType, row[3].empty() ? kBefore : std::stoi(row[3], nullptr, 16));
+        EXPECT_TRUE(row[4].empty() || lpBuffer.get() == cases.Bytes(row[4]));
     }
     const std::unique_ptr<char[]> lpName(new char[14]{"content-type:"});
     uint16_t wType = kBefore;

@@ -28,6 +28,14 @@ if grep -rlF -e "$work" -e "$build" -e "$source" "$work/stage"; then
     fail "the files above name a folder of the build"
 fi
 
+# The list of symbols, the headers and the library agree.
+listed=$(grep -o '[a-z]*_[A-Za-z]*;' "$source/src/tessel.map" | tr -d ';' | sort)
+expect "number of exports" "$(wc -l <<<"$listed")" 25
+expect "what the library shows" "$(nm -D --defined-only "$build/libtessel.so" | awk '{print $NF}' | sort)" "$listed"
+declared=$(grep -oh '^TESSEL_API .*(' "$source"/include/*.h | tr -d '(*' | awk '{print $NF}' | sort)
+expect "what the headers declare" "$declared" "$listed"
+readelf -d "$build/libtessel.so" | grep -q 'SONAME.*\[libtessel.so.1\]' || fail "another SONAME"
+
 # Installed for real, and moved: everything finds the rest from where it lies.
 cmake --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$work/prefix"

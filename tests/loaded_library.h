@@ -14,6 +14,14 @@
 #include "tessel.h"
 #include "tessel_host.h"
 
+// The exports of one kind, in the order of what a host sees.
+constexpr const char *kMouseEvents[] = {"tessel_OnMouseMove", "tessel_OnLMouseDown", "tessel_OnLMouseDrag",
+                                        "tessel_OnLMouseUp",  "tessel_OnRMouseDown", "tessel_OnRMouseDrag",
+                                        "tessel_OnRMouseUp"};
+constexpr const char *kKeyEvents[] = {"tessel_OnKeyDown", "tessel_OnChar", "tessel_OnKeyUp",
+                                      "tessel_OnSysKeyDown", "tessel_OnSysKeyUp"};
+constexpr const char *kPlainCalls[] = {"tessel_Prev", "tessel_Next", "tessel_OnCancel", "tessel_Invalidate"};
+
 // One load of the library.
 class Library {
   public:
@@ -34,16 +42,31 @@ class Library {
         return reinterpret_cast<Function *>(lpSymbol);
     }
 
+    // Sends events; the names of those that something was done with.
+    template <class Names, class... Arguments>
+    std::string Send(const Names &names, Arguments... arguments) {
+        std::string strDone;
+        for (const char *lpszName : names)
+            strDone += Get<int(Arguments...)>(lpszName)(arguments...) ? lpszName : "";
+        return strDone;
+    }
+
     platform_FetchCounts Counts() {
         platform_FetchCounts counts;
         Get<decltype(platform_GetFetchCounts)>("platform_GetFetchCounts")(&counts);
         return counts;
     }
 
+    // Waits until nothing is still to come, for 20 seconds at most.
     void WaitUntilLoaded() {
-        for (int i = 0; i < 5000 && Counts().pages_running; ++i)
+        for (int i = 0; i < 10000 && Counts().pages_running + Counts().images_running; ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        EXPECT_EQ(Counts().pages_running, 0u);
+        EXPECT_EQ(Counts().pages_running + Counts().images_running, 0u);
+    }
+
+    void Load(const char *lpszURL) {
+        Get<decltype(tessel_OpenURL)>("tessel_OpenURL")(lpszURL);
+        WaitUntilLoaded();
     }
 
   private:

@@ -1,18 +1,23 @@
-// Pages and pictures over the network: the whole library with a server before
-// it.
+// Pages and pictures over the network: the whole library with a server before it.
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <filesystem>
 
+#include "cases.h"
 #include "engine_fixture.h"
 #include "loopback_server.h"
 #include "tessel.h"
+#include "tessel_host.h"
 #include "workers.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-const std::string kNone = "(nothing)";
 const std::string kOk = "HTTP/1.0 200 OK\r\n\r\n";
 
 class NetworkTest : public EngineTest {
@@ -27,71 +32,54 @@ class NetworkTest : public EngineTest {
         EXPECT_TRUE(WaitForWorkers());
         return picture.Data();
     }
-    std::string Title() {
+    static std::string Title() {
         char szTitle[TESSEL_TITLE_SIZE] = "(no title)";
         tessel_GetTitle(szTitle);
         return szTitle;
     }
-    // The method and the path of the next request.
-    std::string TakePath() {
-        const std::string strRequest = server.TakeRequest();
-        return strRequest.substr(0, strRequest.find(" HTTP/1.0\r\n"));
-    }
+    static std::string Title(const std::string &strURL) { return Load(strURL), Title(); }
     LoopbackServer server;
 };
 
 }  // namespace
 
 TEST_F(NetworkTest, PageComesFromItsHostAndSoDoItsRelativeLinks) {
-    server.Prescribe(
-        {"HTTP/1.0 404 Not Found\r\nContent-Type: "
-         "text/html\r\n\r\n<TITLE>first</TITLE>"});
-    Load(Url("dir/a.htm?q=1"));
-    EXPECT_EQ(TakePath(), "GET /dir/a.htm?q=1");
-    EXPECT_EQ(Title(), "first");
-    EXPECT_EQ(g_lpMainFrame->_szBaseHost, server.strAddress);
-    server.Prescribe({"<TITLE>second</TITLE>"});
-    Load("b.htm");
-    EXPECT_EQ(TakePath(), "GET /b.htm");
-    EXPECT_EQ(Title(), "second");
-    Load(server.strAddress + "/c.htm");
-    EXPECT_EQ(TakePath(), "GET /c.htm");
+    const std::string aPages[][3] = {
+        {Url("dir/a.htm?q=1"), "/dir/a.htm?q=1", "HTTP/1.0 404 Not Found\r\nContent-Type: text/html\r\n\r\n"},
+        {"b.htm", "/b.htm", ""},
+        {server.strAddress + "/c.htm", "/c.htm", kOk}};
+    for (const auto &[strURL, strPath, strHead] : aPages) {
+        server.Prescribe({strHead + "<TITLE>" + strPath + "</TITLE>"});
+        EXPECT_EQ(Title(strURL), strPath);
+        EXPECT_EQ(server.TakeRequest(),
+                  "GET " + strPath + " HTTP/1.0\r\nHost: " + server.strAddress + "\r\n\r\n");
+        EXPECT_EQ(g_lpMainFrame->_szBaseHost, server.strAddress);
+    }
     g_lpMainFrame->OpenURL(Url("form?a=1&b=2").c_str(), 1, METHOD_POST);
     EXPECT_EQ(server.TakeRequest(), "POST /form HTTP/1.0\r\n\r\na=1&b=2");
     ASSERT_TRUE(WaitForWorkers());
     // Behind a local file there is no host to resolve against.
-    Load(WriteFile("local.htm", "<TITLE>local</TITLE>"));
-    EXPECT_EQ(Title(), "local");
-    Load("b.htm");
+    EXPECT_EQ(Title(WriteFile("local.htm", "<TITLE>local</TITLE>")), "local");
+    EXPECT_EQ(Title("b.htm"), "(no title)") << "an empty page replaces the one on show";
     EXPECT_EQ(server.nAccepted, 4);
-    EXPECT_EQ(Title(), "(no title)") << "an empty page replaces the one on show";
 }
 
 TEST_F(NetworkTest, PicturesAreKeptInTheCache) {
-    server.Prescribe({kOk + "served"});
-    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "served");
     const auto old = fs::file_time_type::clock::now() - std::chrono::hours(100);
-    fs::last_write_time("cache/A.BMP", old);
-    server.Prescribe({kOk + "new"});
-    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "served");
-    EXPECT_EQ(server.nAccepted, 1) << "without asking the server";
-    EXPECT_GT(fs::last_write_time("cache/A.BMP"), old + std::chrono::hours(99))
-        << "a hit makes the file young";
-    EXPECT_EQ(GetPicture(Url("img/a.bmp?q")), "new") << "a query passes the cache by";
-    EXPECT_EQ(GetPicture(Url("b.bmp?q")), "new");
-    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "served");
-    EXPECT_EQ(GetPicture(Url("x/a.bmp")), "new") << "the same name under another URL";
-    EXPECT_EQ(GetPicture(Url("img/a.bmp")), "new");
-    EXPECT_EQ(GetPicture(Url("img/")), "new") << "a name that is none";
-    server.Prescribe({"HTTP/1.0 404 Not Found\r\n\r\nb"});
-    EXPECT_EQ(GetPicture(Url("c.bmp")), kNone);
-    server.Prescribe({kOk + std::string(600000, 'x')});
-    EXPECT_EQ(GetPicture(Url("x/a.bmp")) + GetPicture(Url("x/a.bmp")),
-              std::string(2 * (500000 - kOk.size()), 'x'));
+    Cases cases("http.txt");
+    int nAsked = 0;
+    for (const auto &row : cases.Under("picture")) {
+        SCOPED_TRACE(row[1]);
+        server.Prescribe({cases.Bytes(row[2])});
+        if (row[2].empty())
+            fs::last_write_time("cache/A.BMP", old);
+        EXPECT_TRUE(GetPicture(Url(row[1])) == cases.Bytes(row[3]));
+        EXPECT_EQ(server.nAccepted, nAsked += !row[2].empty());
+        EXPECT_GT(fs::last_write_time("cache/A.BMP"), old + std::chrono::hours(99)) << "a hit makes it young";
+    }
     EXPECT_EQ(fs::file_size("cache/A.BMP"), 388 + 500000 - kOk.size()) << "cut off and kept like any other";
     server.Prescribe({kOk + "<TITLE>page</TITLE>"});
-    Load(Url("img/a.bmp"));
-    EXPECT_EQ(Title(), "page") << "a page never comes from the cache";
+    EXPECT_EQ(Title(Url("x/a.bmp")), "page") << "a page never comes from the cache";
     EXPECT_EQ(std::distance(fs::directory_iterator("cache"), fs::directory_iterator()), 1);
 }
 
@@ -109,4 +97,46 @@ TEST_F(NetworkTest, SilentServerHoldsNobodyUp) {
         }));
         EXPECT_TRUE(nAccepted == 3 || Title() == "page") << "the old page stays";
     }
+}
+
+// The library before an ordinary server, which keeps connections open and sends in chunks whenever it is let.
+TEST_F(NetworkTest, PagesAndPicturesOfNginxComeAsTheyDoFromFiles) {
+    if (!fs::exists(TESSEL_NGINX))
+        GTEST_SKIP() << "there is no nginx: apt-get install nginx-light";
+    std::string strAddress;
+    const int hHeld = ListenOnLoopback(&strAddress);
+    fs::copy(TESSEL_SOURCE_DIR "/examples/pages", "site");
+    WriteFile("nginx.conf", Contents(TESSEL_CASES "/nginx.conf") + strAddress + ":80; } }");
+    close(hHeld);
+    const std::string strFolder = fs::current_path().string() + "/";
+    const char *aArguments[] = {"nginx",      "-p", strFolder.c_str(), "-c",
+                                "nginx.conf", "-e", "stderr",          nullptr};
+    pid_t child;
+    ASSERT_EQ(posix_spawn(&child, TESSEL_NGINX, nullptr, nullptr, const_cast<char **>(aArguments), environ),
+              0);
+    const std::string strSite = "http://" + strAddress + "/";
+    EXPECT_TRUE(WaitUntil([&] { return Title(strSite) != "(no title)"; })) << "nginx does not start";
+    fs::remove_all("cache");
+    const auto Show = [this](const std::string &strURL) {
+        Load(strURL);
+        tessel_Render(Buffer());
+        return std::vector<uint32_t>(Buffer(), Buffer() + 400 * 300);
+    };
+    fs::current_path("site");
+    const auto local = Show("pictures.html");
+    fs::current_path("..");
+    platform_FetchCounts before, counts;
+    platform_GetFetchCounts(&before);
+    for (const char *lpszPath : {"pictures.html", "pieces/pictures.html"})
+        EXPECT_TRUE(Show(strSite + lpszPath) == local) << lpszPath;
+    platform_GetFetchCounts(&counts);
+    EXPECT_EQ(counts.images_loaded - before.images_loaded, 2u * 6);
+    EXPECT_EQ(counts.images_failed - before.images_failed, 2u) << "one picture is missing on purpose";
+    EXPECT_EQ(Contents("cache/MORNING.JPG").erase(0, 388), Contents("site/morning.jpg"));
+    EXPECT_FALSE(fs::exists("cache/GONE.PCX"));
+    // Whatever comes for a page is the page; octets are none.
+    EXPECT_EQ(Title(strSite + "missing.html") + Title(strSite + "moved"), "404 Not Found302 Found");
+    EXPECT_EQ(Title(strSite + "unknown/pictures.html"), "(no title)");
+    kill(child, SIGTERM);
+    waitpid(child, nullptr, 0);
 }
