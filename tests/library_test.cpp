@@ -197,7 +197,7 @@ TEST_F(MisuseTest, HostMayExitInsideItsClipboard) {
     // Until the page comes after the key, not before it.
     const auto Paste = [&] {
         for (int i = 0; i < 100; ++i) {
-            Load("form.html");
+            library.Load("form.html");
             TESSEL_CALL(library, tessel_OnKeyDown)(9);
             TESSEL_CALL(library, tessel_OnKeyDown)(17);
             auto *lpfnKey = TESSEL_CALL(library, tessel_OnKeyDown);
