@@ -54,7 +54,8 @@ export DISPLAY=:$number
 
 cd "$work"
 echo '<TITLE>One &copy;</TITLE><A HREF=two.html>a link that is long enough to be hit without aiming</A>' >one.html
-echo '<TITLE>Two</TITLE><FORM><INPUT NAME=a SIZE=30></FORM><A HREF=one.html>back</A>' >two.html
+echo '<TITLE>Two</TITLE><FORM ACTION=answer METHOD=GET><INPUT NAME=a SIZE=30><INPUT TYPE=SUBMIT VALUE=Send></FORM><A HREF=one.html>back</A>' >two.html
+echo '<TITLE>Answer</TITLE>' >'answer?a=heron'
 "$view" --size 640x400 one.html &
 program=$!
 started+=("$program")
