@@ -2,6 +2,7 @@
 #include "controls.h"
 
 #include <algorithm>
+#include <atomic>
 #include <ranges>
 #include <sstream>
 
@@ -25,7 +26,7 @@ std::vector<std::string> Words(const std::string &strCase) {
 // A host's clipboard; null is one that refuses.
 const char *g_lpszClipboard;
 std::string g_strCopied;
-int g_nCallbacks;
+std::atomic<int> g_nCallbacks;
 
 }  // namespace
 

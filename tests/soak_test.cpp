@@ -25,8 +25,6 @@ constexpr int kWarmUp = 8;
 constexpr size_t kSlackKiB = 8 * 1024;
 constexpr size_t kSlackOfHeap = 256 * 1024;
 constexpr std::chrono::seconds kLongestEnd(5);
-// Threads that the C library has for names, at most.
-constexpr size_t kLookups = 20;
 
 std::atomic<bool> g_bDown{false};
 std::atomic<uint32_t> g_nCallbacks{0};
@@ -195,13 +193,9 @@ TEST_F(SoakTest, NothingStaysBehind) {
     int nLives = 0;
     for (; (Clock::now() < end || nLives < kWarmUp) && !HasFailure(); ++nLives) {
         Live();
-        EXPECT_LE(CountEntries("/proc/self/task"), nThreads + kLookups) << "life " << nLives;
+        EXPECT_EQ(CountEntries("/proc/self/task"), nThreads) << "life " << nLives;
+        EXPECT_EQ(CountEntries("/proc/self/fd"), nFiles) << "life " << nLives;
     }
-    // The C library's own threads go a second after the last name was looked up.
-    for (int i = 0; i < 3000 && CountEntries("/proc/self/task") > nThreads; ++i)
-        std::this_thread::sleep_for(milliseconds(10));
-    EXPECT_EQ(CountEntries("/proc/self/task"), nThreads);
-    EXPECT_EQ(CountEntries("/proc/self/fd"), nFiles);
     const size_t nNow = ResidentKiB();
 #ifdef NDEBUG
     EXPECT_LT(nNow, nResident + kSlackKiB);
