@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <ranges>
 #include <sstream>
 
 #include "engine_fixture.h"
+#include "page_script.h"
 #include "tessel.h"
 #include "tessel_host.h"
 
@@ -21,6 +23,21 @@ std::vector<std::string> Words(const std::string &strCase) {
     for (std::string strWord; words >> strWord;)
         all.push_back(strWord == "-" ? "" : strWord);
     return all;
+}
+
+// The lines under a heading of cases/controls.txt.
+std::vector<std::string> CasesUnder(const std::string &strHeading) {
+    std::ifstream file(TESSEL_CASES "/controls.txt");
+    std::vector<std::string> lines;
+    bool bUnder = false;
+    for (std::string strLine; std::getline(file, strLine);) {
+        if (strLine.starts_with(' ') && bUnder)
+            lines.push_back(Expand(strLine));
+        else if (!strLine.starts_with('#') && !strLine.starts_with(' '))
+            bUnder = strLine == strHeading;
+    }
+    EXPECT_FALSE(lines.empty()) << strHeading;
+    return lines;
 }
 
 // A host's clipboard; null is one that refuses.
@@ -135,36 +152,7 @@ class ControlsTest : public EngineTest {
 };
 
 TEST_F(ControlsTest, KeysAndClipboardEditTheText) {
-    // The text, the keys, what comes of it, '-' for nothing; what was copied, '=' for nothing; the clipboard.
-    const char *const aCases[] = {
-        "abc - abc|", "- - |", "- #~<>()+<+>+(+)#~! |", "- it's5! it's5|", "- c\x7F\x1F\x80\xE9v cv|",
-        "abcdefghijklmn - abcdefghijk|",
-        // One character, and the places of the caret.
-        "abc # ab|", "abc <# a|c", "abc (# |abc", "abc ~ abc|", "abc <~ ab|", "abc (~ |bc", "abc <<x ax|bc",
-        "abc (x)y xabcy|", "abc <<<<< |abc", "abc (>>>>> abc|", "abc <cv abcv|c",
-        // Selecting.
-        "abc +< ab[|c]", "abc +<+<+<+< [|abc]", "abc +<+> abc|", "abc +<+># ab|", "abc +<+<+> ab[|c]",
-        "abc (+> [a]|bc", "abc (+>+>+>+> [abc]|", "abc (>+>+<+< [|a]bc", "abc <+( [|ab]c", "abc (>+) a[bc]|",
-        "abc (>+)+( [|abc]", "abc +<+<+) a[bc]|", "abc (+( |abc",
-        // The selection goes.
-        "abc +<+<< |abc", "abc +<+<> ab|c", "abc +<+<+<< |abc", "abc (+>+>) abc|", "abc +<+<( |abc",
-        "abc +<+<# a|", "abc +<+<~ a|", "abc (+>+># |c", "abc (+>+>~ |c", "abc +<+<x a|x", "abc (+>+>x x|c",
-        "abc +(x |x",
-        // An empty one, at the end of the text.
-        "abc +) abc|", "abc +)# abc|", "abc +)~# ab|", "abc +)x abcx|", "abc +)+< ab[|c]", "abc +)+<# ab|",
-        "abc +)+<+<+>x ab|x", "a +)+<x |x",
-        // A full field.
-        "- abcdefghijkl abcdefghijk|", "abcdefghijk (x |abcdefghijk", "abcdefghijk +<x abcdefghij|x",
-        "abcdefghijk +)x abcdefghijk|", "abcdefghijk +)+<xy abcdefghij|x", "abcdefghijk +)#x abcdefghijk|",
-        "abcdefghijk #xy abcdefghijx|",
-        // Copied.
-        "abc +<+<^C a[|bc] bc", "abc +)+(^C [|abc] abc", "abc +)^C abc| -", "abc ^C abc| =", "abc +<C ab|C =",
-        // Pasted.
-        "abc ^V^V abcXYXY|", "abc (^V XY|abc", "abc (+>+>^V XY|c", "abc +<+<^V aXY|", "abc +)^V abcXY|",
-        "abc (V^C) Vabc|", "abc +<^V ab| = -", "abc ^V abc| = -", "abc ^V abc1234567| = 1234567",
-        "abc <^V ab|c = 12345678", "abc (+>^V 12345678|bc = 12345678", "abc (+>^V [a]|bc = 123456789",
-        "abc (^V \x01\xFF|abc = \x01\xFF"};
-    for (const std::string strCase : aCases) {
+    for (const std::string &strCase : CasesUnder("keys")) {
         const auto words = Words(strCase);
         g_lpszClipboard = words.size() > 4 ? words[4].c_str() : "XY";
         g_strCopied = "=";
@@ -199,21 +187,14 @@ TEST_F(ControlsTest, HostIsToldOfChanges) {
 }
 
 TEST_F(ControlsTest, PointerSetsTheCaretAndSelects) {
-    // A press, and drags from there on; what comes of each. The '/' is 8 wide for the pointer.
-    const char *const aCases[] = {
-        "P1 |/bcdef", "P6 |/bcdef", "P7 /|bcdef", "P14 /|bcdef", "P15 /b|cdef", "P180 /bcdef|",
-        "P37 /bcd|ef D57 /bcd[ef]| D50 /bcd[e]|f D17 /b|cdef D7 /[|b]cdef D1 [|/b]cdef",
-        "P37 /bcd|ef D17 /b[|cd]ef D27 /bc[|d]ef D37 /bcd|ef D57 /bcd[ef]|",
-        // Off the field and on again: only a move brings it back.
-        "P7 /|bcdef D37 /[bcd]|ef D195 /[bcd]|ef D17 /[bcd]|ef"};
     WriteFile("field", "<INPUT VALUE=/bcdef SIZE=18>");
     for (const int x : {0, 200}) {
         x ? LoadFrames("COLS=200,200", "none", "field") : Load("field");
-        for (const char *lpszCase : aCases) {
-            const auto words = Words(lpszCase);
+        for (const std::string &strCase : CasesUnder("pointer")) {
+            const auto words = Words(strCase);
             for (size_t i = 0; i < words.size(); i += 2) {
                 Point(words[i]);
-                EXPECT_EQ(State(), words[i + 1]) << lpszCase << " at " << words[i] << " + " << x;
+                EXPECT_EQ(State(), words[i + 1]) << strCase << " at " << words[i] << " + " << x;
             }
         }
     }
