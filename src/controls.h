@@ -34,6 +34,7 @@ class HiddenInput : public FormControl {
 
     // Never under the pointer: an empty rectangle would answer at (0, 0).
     int HitTest(int x, int y) override;
+    void AddExtent(Extent *) const override {}
     void PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen,
                      int *lpnWidth) override;
 };

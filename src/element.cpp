@@ -18,7 +18,7 @@ List<Element> *FindTabStop(List<Element> *lpNode, List<Element> *List<Element>::
 
 }  // namespace
 
-Element::Element(Element *lpOwner, int bTabStop) : _lpOwner(lpOwner), _bTabStop(bTabStop) {}
+Element::Element(Element *lpOwner, int bTabStop) : _lpOwner(lpOwner), _bTabStop(bTabStop != 0) {}
 
 Element::Element(Element *lpOwner, const Point *lpOrigin, const Size *lpSize)
     : _rc(lpOrigin, lpSize), _lpOwner(lpOwner), _bTabStop(0) {}
@@ -30,7 +30,13 @@ Element::~Element() {
 void Element::Invalidate() {
     if (_lpOwner)
         static_cast<Page *>(_lpOwner)->AddDirtyRect(_rc.x, _rc.y, _rc.w, _rc.h);
+    MarkDirty();
+}
+
+void Element::MarkDirty() {
     _bDirty = 1;
+    if (_lpOwner)
+        static_cast<Page *>(_lpOwner)->_index.MarkDirty(this);
 }
 
 int Element::HitTest(int x, int y) {
@@ -43,6 +49,10 @@ int Element::Intersects(const Rect *lpRect) {
     const int nLeft = std::max(lpRect->x, _rc.x);
     const int nTop = std::max(lpRect->y, _rc.y);
     return nRight > nLeft && nBottom > nTop;
+}
+
+void Element::AddExtent(Extent *lpExtent) const {
+    lpExtent->Add(_rc);
 }
 
 void Element::AddChild(Element *lpChild) {
@@ -121,17 +131,23 @@ int Element::OnMouseMove(uint16_t x, uint16_t y) {
     y = static_cast<uint16_t>(y - _rc.y);
     if (!HoverHit(x, y)) {
         LeaveHover();
-        // Every child that is hit is entered; of several that overlap, the oldest keeps the pointer.
-        for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext) {
-            if (lpNode->lpData->HitTest(x, y)) {
-                _lpHover = lpNode;
-                lpNode->lpData->OnMouseEnter();
-            }
-        }
+        EnterChildren(x, y);
     }
     if (_lpHover)
         _lpHover->lpData->OnMouseMove(x, y);
     return 0;
+}
+
+void Element::EnterChildren(uint16_t x, uint16_t y) {
+    for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext)
+        EnterIfHit(lpNode, x, y);
+}
+
+void Element::EnterIfHit(List<Element> *lpNode, uint16_t x, uint16_t y) {
+    if (lpNode->lpData->HitTest(x, y)) {
+        _lpHover = lpNode;
+        lpNode->lpData->OnMouseEnter();
+    }
 }
 
 int Element::OnLMouseDown(uint16_t x, uint16_t y) {

@@ -24,10 +24,12 @@ class Element {
     List<Element> *_lpFocus = nullptr;
     // Owned. Head = the newest child, so that the tail is the first thing in the document.
     List<Element> *_lpChildren = nullptr;
-    // Nonzero: to be painted at the Page's next Render even outside the dirty rectangle.
-    int _bDirty = 0;
+    // Nonzero: to be painted at the Page's next Render even outside the dirty rectangle. Set by MarkDirty.
+    uint8_t _bDirty = 0;
     // Nonzero: Tab may stop here.
-    int _bTabStop;
+    uint8_t _bTabStop;
+    // Where the ItemIndex of its Page has it.
+    uint32_t _nGroup = UINT32_MAX;
 
     Element(Element *lpOwner, int bTabStop);
     Element(Element *lpOwner, const Point *lpOrigin, const Size *lpSize);
@@ -40,6 +42,8 @@ class Element {
     virtual int HitTest(int x, int y);
     // Rectangles that only touch do not intersect.
     virtual int Intersects(const Rect *lpRect);
+    // Adds all places to lpExtent for which HitTest or Intersects may be nonzero.
+    virtual void AddExtent(Extent *lpExtent) const;
     virtual void AddChild(Element *lpChild);
     virtual void Render(uint32_t *lpBuffer);
     virtual int SetFocus(Element *lpChild);
@@ -62,6 +66,13 @@ class Element {
 
     // Nonzero when lpElement is the focused child of this Element's owner.
     int HasFocus(const Element *lpElement) const;
+
+  protected:
+    // For the things on a Page.
+    void MarkDirty();
+    // Every child that is hit is entered; of several that overlap, the oldest keeps the pointer.
+    virtual void EnterChildren(uint16_t x, uint16_t y);
+    void EnterIfHit(List<Element> *lpNode, uint16_t x, uint16_t y);
 
   private:
     bool HoverHit(uint16_t x, uint16_t y);

@@ -60,18 +60,13 @@ Font *FontManager::CurrentFont() {
 // The newest record of the face, size and style decides: if its colour is another, a clone with the right one
 // becomes the newest, even where an older record would fit.
 Font *FontManager::FindFont(const char *lpszFace, uint8_t bSize, uint32_t dwColor, uint16_t wStyle) {
-    std::string strKey(lpszFace);
-    for (char &c : strKey)
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-    strKey += {'\n', static_cast<char>('0' + bSize), static_cast<char>('0' + wStyle)};
-
-    const auto found = _newest.find(strKey);
+    const auto found = _newest.find({lpszFace, bSize, wStyle});
     if (found != _newest.end()) {
         if (found->second->_dwColor == dwColor)
             return found->second;
         Font *lpFont = CloneFont(found->second);
         lpFont->_dwColor = dwColor;
-        return Keep(lpFont, strKey);
+        return Keep(lpFont);
     }
 
     Font *lpFont;
@@ -85,13 +80,27 @@ Font *FontManager::FindFont(const char *lpszFace, uint8_t bSize, uint32_t dwColo
     }
     if (!lpFont->_lpCharInfo)
         lpFont->_lpCharInfo = g_lpMainFrame->_lpFontNormal->_lpCharInfo;
-    return Keep(lpFont, strKey);
+    return Keep(lpFont);
 }
 
-Font *FontManager::Keep(Font *lpFont, const std::string &strKey) {
+Font *FontManager::Keep(Font *lpFont) {
     List_Prepend(_lpFonts, lpFont);
-    _newest[strKey] = lpFont;
+    _newest[{lpFont->_lpszFace, lpFont->_bSize, lpFont->_wStyle}] = lpFont;
     return lpFont;
+}
+
+bool FontManager::Key::operator==(const Key &other) const {
+    return bSize == other.bSize && wStyle == other.wStyle && EqualsNoCase(lpszFace, other.lpszFace);
+}
+
+// FNV-1a over the face in small letters.
+size_t FontManager::KeyHash::operator()(const Key &key) const {
+    uint64_t qwHash = 0xCBF29CE484222325 ^ key.bSize ^ static_cast<uint64_t>(key.wStyle) << 8;
+    for (const char *lpsz = key.lpszFace; *lpsz; ++lpsz) {
+        const char c = *lpsz >= 'A' && *lpsz <= 'Z' ? static_cast<char>(*lpsz + ('a' - 'A')) : *lpsz;
+        qwHash = (qwHash ^ static_cast<uint8_t>(c)) * 0x100000001B3;
+    }
+    return static_cast<size_t>(qwHash);
 }
 
 Font *FontManager::CloneFont(const Font *lpFont) {

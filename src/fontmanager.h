@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <unordered_map>
 
 #include "glyphcache.h"
@@ -99,11 +98,23 @@ class FontManager {
 
   private:
     void Count(int32_t *lpnCount, uint16_t wBit, int bOn);
-    Font *Keep(Font *lpFont, const std::string &strKey);
+    // What FindFont looks for; the face in any case.
+    struct Key {
+        const char *lpszFace;
+        uint8_t bSize;
+        uint16_t wStyle;
 
-    // For each face, size and style the newest record of _lpFonts, so that a page that changes colours ten
-    // thousand times does not walk them all.
-    std::unordered_map<std::string, Font *> _newest;
+        bool operator==(const Key &other) const;
+    };
+    struct KeyHash {
+        size_t operator()(const Key &key) const;
+    };
+
+    Font *Keep(Font *lpFont);
+
+    // The newest record of _lpFonts for each face, size and style, so that a page that changes colours ten
+    // thousand times does not walk them all. The faces belong to records.
+    std::unordered_map<Key, Font *, KeyHash> _newest;
     int _nSets = 0;
     // The answer of CurrentFont as long as nothing has changed.
     Font *_lpCurrent = nullptr;

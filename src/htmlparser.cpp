@@ -1,5 +1,6 @@
 #include "htmlparser.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -16,7 +17,7 @@
 #include "taghandlers.h"
 #include "text.h"
 
-const TagEntry g_aTagTable[kTagCount + 1] = {
+constexpr TagEntry g_aTagTable[kTagCount + 1] = {
     {0, "HTML", 1, 0, nullptr},        {30, "FRAMESET", 1, 0, OnTagFrameset},
     {31, "FRAME", 1, 0, OnTagFrame},   {1, "BODY", 1, 0, OnTagBody},
     {11, "BR", 1, 0, OnTagBr},         {15, "P", 1, 0, OnTagP},
@@ -50,7 +51,7 @@ namespace {
 // The longest run of text that becomes one item, terminator included.
 constexpr int kTextSize = 1024;
 
-char ToUpper(char c) {
+constexpr char ToUpper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
@@ -74,36 +75,105 @@ struct Reader {
         while (nLeft > 0 && IsSkipped(*lpPos))
             Step();
     }
-    // Whether a tag of this name stands nAhead bytes on: the name, and behind it '>' or a space.
-    bool HasTag(const char *lpszName, int nLength, int nAhead) const {
-        if (nLeft <= nAhead + nLength)
-            return false;
-        const char *lpName = lpPos + nAhead;
-        for (int i = 0; i < nLength; ++i) {
-            if (ToUpper(lpName[i]) != lpszName[i])
-                return false;
+};
+
+// Tag names have eight letters at most, so that a name is one number: its letters, the last one lowest, behind a 1 that
+// tells a name from one with zeros in front.
+constexpr int kLongestName = 8;
+
+constexpr uint64_t AppendLetter(uint64_t qwName, char c) {
+    return qwName << 8 | static_cast<uint8_t>(ToUpper(c));
+}
+
+// Rows of g_aTagTable by the numbers of their names. The factor was found by trying: with it no two names share a place.
+struct TagIndex {
+    uint64_t aqwNames[64] = {};
+    uint8_t abRows[64] = {};
+
+    static constexpr size_t Place(uint64_t qwName) { return qwName * 0x063238DA1A1FE3F9u >> 58; }
+
+    constexpr TagIndex() {
+        for (uint8_t bRow = 0; bRow < kTagCount; ++bRow) {
+            uint64_t qwName = 1;
+            for (const char *lpsz = g_aTagTable[bRow]._lpszName; *lpsz; ++lpsz)
+                qwName = AppendLetter(qwName, *lpsz);
+            aqwNames[Place(qwName)] = qwName;
+            abRows[Place(qwName)] = bRow;
         }
-        return lpName[nLength] == '>' || lpName[nLength] == ' ';
+    }
+    constexpr int CountPlaces() const {
+        int nCount = 0;
+        for (const uint64_t qwName : aqwNames)
+            nCount += qwName != 0;
+        return nCount;
     }
 };
+
+constexpr TagIndex kTagIndex;
+static_assert(kTagIndex.CountPlaces() == kTagCount, "two names share a place: find another factor");
+
+// The row of the name that begins nAhead bytes on and ends with '>' or a space; null if no tag is called that.
+const TagEntry *FindRow(const Reader &reader, int nAhead, int *lpnLength) {
+    uint64_t qwName = 1;
+    const int nLimit = std::min(reader.nLeft, nAhead + kLongestName + 1);
+    for (int i = nAhead; i < nLimit; ++i) {
+        const char c = reader.lpPos[i];
+        if (c == '>' || c == ' ') {
+            *lpnLength = i - nAhead;
+            const size_t nPlace = TagIndex::Place(qwName);
+            return kTagIndex.aqwNames[nPlace] == qwName ? &g_aTagTable[kTagIndex.abRows[nPlace]] : nullptr;
+        }
+        qwName = AppendLetter(qwName, c);
+    }
+    return nullptr;
+}
 
 // Finds the tag at the position, steps behind its name and returns a copy of its row, that of the end row if
 // it is not known. The byte in front of the name of a closing tag is not looked at: any byte makes one.
 TagEntry FindTag(Reader *lpReader) {
-    for (const TagEntry &row : g_aTagTable) {
-        TagEntry entry = row;
-        if (!row._lpszName)
+    for (uint16_t wClosing = 0; wClosing <= 1; ++wClosing) {
+        int nLength;
+        if (const TagEntry *lpRow = FindRow(*lpReader, wClosing, &nLength)) {
+            lpReader->Step(nLength + wClosing);
+            TagEntry entry = *lpRow;
+            entry._wClosing = wClosing;
             return entry;
-        const int nLength = static_cast<int>(strlen(row._lpszName));
-        for (int nClosing = 0; nClosing <= 1; ++nClosing) {
-            if (lpReader->HasTag(row._lpszName, nLength, nClosing)) {
-                lpReader->Step(nLength + nClosing);
-                entry._wClosing = static_cast<uint16_t>(nClosing);
-                return entry;
-            }
         }
     }
     return g_aTagTable[kTagCount];
+}
+
+// What becomes of a byte of text: white space is a space, and 0 says that it takes a closer look.
+struct TextBytes {
+    char ac[256];
+
+    constexpr TextBytes() : ac() {
+        for (int i = 0; i < 256; ++i)
+            ac[i] = static_cast<char>(i);
+        ac['\t'] = ac['\n'] = ac['\r'] = ' ';
+        ac['<'] = ac['&'] = '\0';
+    }
+};
+
+constexpr TextBytes kTextBytes;
+
+// Copies text up to a byte that takes a closer look. A space behind a space is stored, too, and then overwritten: whether
+// one follows is nothing that a processor could guess.
+void CopyPlainText(const char **lppPos, const char *lpEnd, char **lppOut, char *lpcLast) {
+    const char *lp = *lppPos;
+    char *lpOut = *lppOut;
+    char cLast = *lpcLast;
+    for (; lp != lpEnd; ++lp) {
+        const char c = kTextBytes.ac[static_cast<uint8_t>(*lp)];
+        if (!c)
+            break;
+        *lpOut = c;
+        lpOut += (c != ' ') | (cLast != ' ');
+        cLast = c;
+    }
+    *lppPos = lp;
+    *lppOut = lpOut;
+    *lpcLast = cLast;
 }
 
 // Copies bytes into a slot for as long as stops(byte) says no; what does not fit is passed over.
@@ -220,23 +290,24 @@ int MatchEntity(const char *lpsz, int nLength, char *lpbOut) {
 }
 
 void ExtractText(const char **lppPos, int *lpRemaining, char *lpBuffer, int nCapacity) {
-    Reader reader{*lppPos, *lpRemaining};
+    const char *lp = *lppPos;
+    const char *const lpEnd = lp + *lpRemaining;
     char *lpOut = lpBuffer;
-    const char *lpEnd = lpBuffer + nCapacity - 1;
+    char *const lpOutEnd = lpBuffer + nCapacity - 1;
     char cLast = '\0';
-    for (; !reader.AtEnd() && *reader.lpPos != '<'; reader.Step()) {
-        char c = *reader.lpPos;
-        if (c == '\r' || c == '\n' || c == '\t')
-            c = ' ';
-        if ((c == ' ' && cLast == ' ') || lpOut == lpEnd)
+    while (lp != lpEnd && lpOut != lpOutEnd && *lp != '<') {
+        CopyPlainText(&lp, lp + std::min(lpEnd - lp, lpOutEnd - lpOut), &lpOut, &cLast);
+        if (lp == lpEnd || lpOut == lpOutEnd || kTextBytes.ac[static_cast<uint8_t>(*lp)] || *lp == '<')
             continue;
-        if (c == '&')
-            reader.Step(MatchEntity(reader.lpPos + 1, reader.nLeft - 1, &c));
-        *lpOut++ = cLast = c;
+        cLast = *lp++;
+        if (cLast == '&')
+            lp += MatchEntity(lp, static_cast<int>(lpEnd - lp), &cLast);
+        *lpOut++ = cLast;
     }
     *lpOut = '\0';
-    *lppPos = reader.lpPos;
-    *lpRemaining = reader.nLeft;
+    const void *lpTag = lp == lpEnd ? nullptr : memchr(lp, '<', static_cast<size_t>(lpEnd - lp));
+    *lppPos = lpTag ? static_cast<const char *>(lpTag) : lpEnd;
+    *lpRemaining = static_cast<int>(lpEnd - *lppPos);
 }
 
 void Page::ParseHTML(const char *lpData, int nLength) {
@@ -261,10 +332,10 @@ void Page::ParseText(const char **lppPos, int *lpRemaining) {
     Font *lpFont = _lpFontManager->CurrentFont();
     Text *lpText;
     if (_lpCurHyperlink) {
-        lpText = new LinkText(this, szText, lpFont);
+        lpText = new (_arena) LinkText(this, szText, lpFont);
         _lpCurHyperlink->AddChild(lpText);
     } else {
-        lpText = new Text(this, szText, lpFont);
+        lpText = new (_arena) Text(this, szText, lpFont);
     }
     AddChild(lpText);
     if (TableCell *lpCell = lpLine->_lpCell) {

@@ -52,13 +52,17 @@ Hyperlink::Hyperlink(Page *lpPage, const char *lpszHREF) : Element(lpPage, 1), l
 
 Hyperlink::~Hyperlink() {
     delete[] lpszURL;
-    List_FreeNodes(_lpChildren);
+    _lpChildren = nullptr;
+}
+
+void Hyperlink::AddChild(Element *lpMember) {
+    List_Prepend(_lpChildren, lpMember, static_cast<Page *>(_lpOwner)->_arena);
 }
 
 void Hyperlink::Invalidate() {
     for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext)
         lpNode->lpData->Invalidate();
-    _bDirty = 1;
+    MarkDirty();
 }
 
 int Hyperlink::HitTest(int, int) {

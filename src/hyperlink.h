@@ -13,13 +13,15 @@ class Hyperlink : public Element {
     // The value of HREF, owned, never null or empty.
     char *lpszURL;
 
-    // _lpChildren are the members: the nodes are owned, the members are children of the Page.
+    // _lpChildren are the members: children of the Page, whose Arena has the nodes.
     Hyperlink(Page *lpPage, const char *lpszHREF);
     ~Hyperlink() override;
 
+    void AddChild(Element *lpMember) override;
     void Invalidate() override;
     // Never under the pointer: its rectangle is empty for good, and an empty one would answer at (0, 0).
     int HitTest(int x, int y) override;
+    void AddExtent(Extent *) const override {}
     // Draws the focus rectangles.
     void Render(uint32_t *lpBuffer) override;
     int OnSetFocus() override;

@@ -105,7 +105,7 @@ void PlaceBox(PageItem *lpItem, Line **lppLine, int nLeft, int *lpnUsed, int *lp
 }
 
 void NewLine(Page *lpPage) {
-    Line *lpLine = new Line;
+    Line *lpLine = new (lpPage->_arena) Line(lpPage->_arena);
     if (lpPage->_lpAlignStack)
         lpLine->_bAlign = static_cast<uint8_t>(*lpPage->_lpAlignStack->lpData);
     lpLine->_lpTable = lpPage->_lpCurTable;
@@ -113,20 +113,21 @@ void NewLine(Page *lpPage) {
         lpLine->_bAlign = lpLine->_lpTable->_bAlign;
     if (lpLine->_lpTable && lpLine->_lpTable->lpllCurCol)
         lpLine->_lpCell = lpLine->_lpTable->lpllCurCol->lpData;
-    List_Prepend(lpPage->_lpLines, lpLine);
+    List_Prepend(lpPage->_lpLines, lpLine, lpPage->_arena);
 }
 
 Line *AddFlowLine(Page *lpPage, const Line *lpLine) {
-    Line *lpFlow = new Line;
+    Line *lpFlow = new (lpPage->_flowArena) Line(lpPage->_flowArena);
     lpFlow->_bAlign = lpLine->_bAlign;
     lpFlow->_lpTable = lpLine->_lpTable;
     lpFlow->_lpCell = lpLine->_lpCell;
-    List_Prepend(lpPage->_lpFlowLines, lpFlow);
+    List_Prepend(lpPage->_lpFlowLines, lpFlow, lpPage->_flowArena);
     return lpFlow;
 }
 
 void Page::Relayout() {
-    List_Destroy(_lpFlowLines);
+    // From here on the pieces of the last pass are gone; each Text forgets its own when it is placed.
+    _pieceArena.Clear();
     for (List<Table> *lpNode = _lpTables; lpNode; lpNode = lpNode->lpNext)
         lpNode->lpData->DistributeWidths();
     Pass pass;
@@ -144,8 +145,10 @@ void Page::Relayout() {
         // An alignment moves things sideways alone and knows the tables' widths by now: it need not wait for the end of
         // the pass, and the flow Lines of a long page need not exist all at once.
         AlignLines();
-        List_Destroy(_lpFlowLines);
+        _lpFlowLines = nullptr;
+        _flowArena.Clear();
     }
+    _index.Build(_lpChildren);
     AddDirtyRect(0, 0, 0, 0);
 }
 

@@ -6,6 +6,7 @@
 // way, one for each line on the screen, live for that pass alone and serve the alignment at its end.
 #pragma once
 
+#include "arena.h"
 #include "element.h"
 
 class Page;
@@ -15,7 +16,8 @@ struct TableCell;
 
 enum : uint8_t { ALIGN_LEFT = 0, ALIGN_CENTER = 1, ALIGN_RIGHT = 2 };
 
-class Line {
+// Stands in an Arena of its Page, and so do the nodes of its items.
+class Line : public InArena {
   public:
     // The height of a Line without items.
     uint8_t _bHeight = 0;
@@ -23,21 +25,23 @@ class Line {
     // The table and the column that it stands in, or null. Not owned.
     Table *_lpTable = nullptr;
     TableCell *_lpCell = nullptr;
-    // Added to by AddItem alone. The nodes are owned, the items are not: they are children of the Page.
+    // Added to by AddItem alone. The items are not owned: they are children of the Page, or pieces of one.
     List<PageItem> *_lpItems = nullptr;
 
-    Line() = default;
+    explicit Line(Arena &arena) : _arena(arena) {}
     Line(const Line &) = delete;
     Line &operator=(const Line &) = delete;
-    ~Line() { List_FreeNodes(_lpItems); }
 
     void AddItem(PageItem *lpItem) {
-        List<PageItem> *lpNode = List_Prepend(_lpItems, lpItem);
+        List<PageItem> *lpNode = List_Prepend(_lpItems, lpItem, _arena);
         if (!lpNode->lpNext)
             _lpFirstItem = lpNode;
     }
     // The node of the oldest item, where the walk in document order begins; null if there is none.
     List<PageItem> *_lpFirstItem = nullptr;
+
+  private:
+    Arena &_arena;
 };
 
 // Everything that stands in a Line. Its _lpOwner is the Page.

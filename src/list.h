@@ -13,13 +13,20 @@ struct List {
     List *lpPrev;  // the entry that was added after this one
 };
 
+// Makes a node the head.
 template <class T>
-List<T> *List_Prepend(List<T> *&lpHead, T *lpData) {
-    List<T> *lpNode = new List<T>{lpData, lpHead, nullptr};
+List<T> *List_Link(List<T> *&lpHead, List<T> *lpNode) {
+    lpNode->lpNext = lpHead;
+    lpNode->lpPrev = nullptr;
     if (lpHead)
         lpHead->lpPrev = lpNode;
     lpHead = lpNode;
     return lpNode;
+}
+
+template <class T>
+List<T> *List_Prepend(List<T> *&lpHead, T *lpData) {
+    return List_Link(lpHead, new List<T>{lpData, nullptr, nullptr});
 }
 
 // The oldest node, or null.
@@ -49,6 +56,13 @@ template <class T>
 void List_FreeNodes(List<T> *&lpHead) {
     while (lpHead)
         List_TakeHead(lpHead);
+}
+
+// Destroys the data of a list whose nodes belong to an Arena, the newest first.
+template <class T>
+void List_DestroyData(List<T> *&lpHead) {
+    for (; lpHead; lpHead = lpHead->lpNext)
+        delete lpHead->lpData;
 }
 
 // Empties a list that owns its data.

@@ -20,13 +20,12 @@ Page::Page(Frame *lpFrame, const Point *lpOrigin, const Size *lpSize, const char
       _szVisible(_rc) {
     _lpHolder = this;
     _lpFontManager->PushFontRecord(g_lpMainFrame->_lpFontNormal, 1);
-    _lpFirstLine = List_Prepend(_lpLines, new Line);
+    _lpFirstLine = List_Prepend(_lpLines, new (_arena) Line(_arena), _arena);
 }
 
-// Lines, tables and forms point at the children, which go last, with the Element.
+// Lines, tables and forms point at the children, which go last. The Lines are gone with their Arenas, which no longer
+// are when the Element is destroyed.
 Page::~Page() {
-    List_Destroy(_lpLines);
-    List_Destroy(_lpFlowLines);
     List_Destroy(_lpMetaTags);
     List_FreeNodes(_lpFetches);
     List_Destroy(_lpTables);
@@ -34,6 +33,12 @@ Page::~Page() {
     List_Destroy(_lpAlignStack);
     delete[] _lpszTitle;
     delete _lpFontManager;
+    List_DestroyData(_lpChildren);
+}
+
+void Page::AddChild(Element *lpChild) {
+    List_Prepend(_lpChildren, lpChild, _arena);
+    _index.Drop();
 }
 
 void Page::Render(uint32_t *lpBuffer) {
@@ -52,13 +57,30 @@ void Page::Render(uint32_t *lpBuffer) {
     const int w = std::min(rcDirty.w, _szVisible.w - rcDirty.x);
     const int h = std::min(rcDirty.h, _szVisible.h - rcDirty.y);
     gfx_FillRect(_dwBgColor, rcDirty.x, rcDirty.y, w, h, lpBuffer);
-    for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext) {
+    RenderChildren(rcDirty, lpBuffer);
+}
+
+void Page::RenderChildren(const Rect &rcDirty, uint32_t *lpBuffer) {
+    const auto render = [&](const List<Element> *lpNode) {
         Element *lpChild = lpNode->lpData;
         if (lpChild->_bDirty || lpChild->Intersects(&rcDirty)) {
             lpChild->Render(lpBuffer);
             lpChild->_bDirty = 0;
         }
+    };
+    if (_index.IsBuilt()) {
+        _index.VisitDirty(rcDirty, render);
+        return;
     }
+    for (const List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext)
+        render(lpNode);
+}
+
+void Page::EnterChildren(uint16_t x, uint16_t y) {
+    if (_index.IsBuilt())
+        _index.VisitAt(x, y, [&](List<Element> *lpNode) { EnterIfHit(lpNode, x, y); });
+    else
+        Element::EnterChildren(x, y);
 }
 
 // One stroke under the registry's lock: the list of fetches may be growing, and the Page may be destroyed by

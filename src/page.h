@@ -8,7 +8,9 @@
 
 #include <mutex>
 
+#include "arena.h"
 #include "element.h"
+#include "itemindex.h"
 #include "resource.h"
 
 class FontManager;
@@ -34,8 +36,8 @@ class Page : public Element, public Resource {
     List<MetaTag> *_lpMetaTags = nullptr;    // owned
     List<int32_t> *_lpAlignStack = nullptr;  // owned; the open alignments of the parse
     List<Table> *_lpTables = nullptr;        // owned
-    List<Line> *_lpLines = nullptr;          // owned; head = the Line being filled
-    List<Line> *_lpFlowLines = nullptr;      // owned; only within Relayout
+    List<Line> *_lpLines = nullptr;          // in _arena; head = the Line being filled
+    List<Line> *_lpFlowLines = nullptr;      // in _flowArena; only within Relayout
     List<Form> *_lpForms = nullptr;          // owned
     // What must be fetched once parsing has ended. The Resources belong to the Elements that show them.
     // Guarded by the registry of workers, since a cancellation may walk it during the parse.
@@ -50,6 +52,7 @@ class Page : public Element, public Resource {
     ~Page() override;
 
     // Element
+    void AddChild(Element *lpChild) override;
     void Render(uint32_t *lpBuffer) override;
 
     // Resource
@@ -70,6 +73,14 @@ class Page : public Element, public Resource {
     // Adds to what must be repainted; four zeros mean the whole Page. On any thread.
     void AddDirtyRect(int x, int y, int w, int h);
 
+    // The Lines, the runs of text, and the nodes of the Page's children and of what refers to them.
+    Arena _arena;
+    // What the last layout has cut runs into.
+    Arena _pieceArena;
+    // The flow Lines of one source Line.
+    Arena _flowArena;
+    // Written with paint and page mutex held, but for the marks, which are the host's thread's.
+    ItemIndex _index;
     // The part of the Page that can be painted: what lies in the buffer. Set by Render, for the items.
     Size _szVisible;
     // The node of the document's first Line, so that a layout need not look for it.
@@ -79,6 +90,11 @@ class Page : public Element, public Resource {
     int _nWorkers = 0;
     bool _bRetired = false;
 
+  protected:
+    void EnterChildren(uint16_t x, uint16_t y) override;
+
   private:
+    void RenderChildren(const Rect &rcDirty, uint32_t *lpBuffer);
+
     std::mutex _hDirtyMutex;
 };

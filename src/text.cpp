@@ -1,5 +1,4 @@
-// The cutting of a run keeps a running width: each byte is measured once for the line that it ends up on, and
-// once more if it belongs to a word that did not fit.
+// The cutting of a run keeps a running width, so that each byte is measured once, and a piece not again.
 #include "text.h"
 
 #include <algorithm>
@@ -20,15 +19,17 @@ int LineHeight(const Font *lpFont) {
 }  // namespace
 
 Text::Text(Page *lpPage, const char *lpszText, Font *lpFont)
-    : PageItem(lpPage, 0), _lpszText(StrDup(lpszText)), _lpFont(lpFont) {
-    assert(_lpszText);
+    : Text(lpPage, lpszText, MeasureText(lpszText, lpFont), lpFont, lpPage->_arena) {}
+
+Text::Text(Page *lpPage, std::string_view text, int nWidth, Font *lpFont, Arena &arena)
+    : PageItem(lpPage, 0), _lpszText(arena.CopyString(text)), _lpFont(lpFont) {
     assert(_lpFont);
-    _rc.w = MeasureText(_lpszText, _lpFont);
+    _rc.w = nWidth;
     _rc.h = LineHeight(_lpFont);
 }
 
-Text::~Text() {
-    delete[] _lpszText;
+void Text::AddChild(Element *lpPiece) {
+    List_Prepend(_lpChildren, lpPiece, GetPage()->_pieceArena);
 }
 
 // Where pieces stand, the rectangle of the whole is not kept.
@@ -39,7 +40,7 @@ void Text::Invalidate() {
     }
     for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext)
         lpNode->lpData->Invalidate();
-    _bDirty = 1;
+    MarkDirty();
 }
 
 int Text::HitTest(int x, int y) {
@@ -62,6 +63,13 @@ int Text::Intersects(const Rect *lpRect) {
     return 0;
 }
 
+void Text::AddExtent(Extent *lpExtent) const {
+    if (!_lpChildren)
+        lpExtent->Add(_rc);
+    for (const List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext)
+        lpExtent->Add(lpNode->lpData->_rc);
+}
+
 void Text::Render(uint32_t *lpBuffer) {
     if (_lpChildren)
         Element::Render(lpBuffer);
@@ -76,15 +84,15 @@ void Text::Draw(uint32_t dwColor, uint32_t *lpBuffer) const {
 }
 
 // The pointer or the focus may be on a piece.
-void Text::DestroyPieces() {
+void Text::DropPieces() {
     _lpHover = nullptr;
     _lpFocus = nullptr;
-    List_Destroy(_lpChildren);
+    _lpChildren = nullptr;
 }
 
 void Text::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen,
                        int *lpnWidth) {
-    DestroyPieces();
+    DropPieces();
     const int nWidth = _rc.w;
     int nAvail = *lpnWidth - (lpPen->x - nLeft);
     if (nWidth > nAvail && SplitText(nAvail, *lpnWidth)) {
@@ -130,39 +138,46 @@ void Text::PlacePieces(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeig
     }
 }
 
-Text *Text::AddPiece(const char *lpsz) {
-    Text *lpPiece = new Text(GetPage(), lpsz, _lpFont);
+Text *Text::AddPiece(std::string_view text, int nWidth) {
+    Arena &arena = GetPage()->_pieceArena;
+    Text *lpPiece = new (arena) Text(GetPage(), text, nWidth, _lpFont, arena);
     AddChild(lpPiece);
     return lpPiece;
 }
 
 int Text::SplitText(int nFirst, int nFull) {
     const CharGlyph *lpGlyphs = _lpFont->_lpCharInfo->_aGlyphs;
-    char *lpPiece = _lpszText;  // where the piece being read begins
-    char *lpSpace = nullptr;    // the last space in it
+    const char *lpPiece = _lpszText;  // where the piece being read begins
+    const char *lpSpace = nullptr;    // the last space in it
+    int nWidth = 0;                   // from there to the byte being read
+    int nWidthToSpace = 0;
     int nLimit = nFirst;
-    int nWidth = 0;
-    for (char *lp = _lpszText; *lp; ++lp) {
-        nWidth += lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
-        const bool bFirstWord = !_lpChildren && !lpSpace && *lp != ' ';
-        if (bFirstWord && nWidth > nFirst && nFirst < nFull)
-            return 1;
+    const char *lp = _lpszText;
+    if (nFirst < nFull) {
+        for (; *lp && *lp != ' '; ++lp) {
+            nWidth += lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
+            if (nWidth > nFirst)
+                return 1;
+        }
+    }
+    for (; *lp; ++lp) {
+        const int nAdvance = lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
+        nWidth += nAdvance;
         if (nWidth >= nLimit && lpSpace) {
-            // The piece is copied from where it stands: its last space ends it for the moment.
-            *lpSpace = '\0';
-            AddPiece(lpPiece);
-            *lpSpace = ' ';
-            lp = lpSpace;
+            const int nSpaceWidth = lpGlyphs[static_cast<uint8_t>(' ')]._bWidth;
+            AddPiece({lpPiece, lpSpace}, nWidthToSpace);
+            nWidth -= nWidthToSpace + nSpaceWidth;
             lpPiece = lpSpace + 1;
             lpSpace = nullptr;
             nLimit = nFull;
-            nWidth = 0;
-        } else if (*lp == ' ') {
+        }
+        if (*lp == ' ') {
             lpSpace = lp;
+            nWidthToSpace = nWidth - nAdvance;
         }
     }
     if (*lpPiece)
-        AddPiece(lpPiece);
+        AddPiece({lpPiece, lp}, nWidth);
     return 0;
 }
 
@@ -179,6 +194,9 @@ int Text::LongestWord() const {
 
 LinkText::LinkText(Page *lpPage, const char *lpszText, Font *lpFont)
     : Text(lpPage, lpszText, lpFont), _lpHyperlink(lpPage->_lpCurHyperlink) {}
+
+LinkText::LinkText(const LinkText *lpWhole, std::string_view text, int nWidth, Arena &arena)
+    : Text(lpWhole->GetPage(), text, nWidth, lpWhole->_lpFont, arena), _lpHyperlink(lpWhole->_lpHyperlink) {}
 
 void LinkText::Render(uint32_t *lpBuffer) {
     const Page *lpPage = GetPage();
@@ -200,9 +218,9 @@ int LinkText::OnKeyDown(int key) {
     return _lpHyperlink->OnKeyDown(key);
 }
 
-Text *LinkText::AddPiece(const char *lpsz) {
-    LinkText *lpPiece = new LinkText(GetPage(), lpsz, _lpFont);
-    lpPiece->_lpHyperlink = _lpHyperlink;
+Text *LinkText::AddPiece(std::string_view text, int nWidth) {
+    Arena &arena = GetPage()->_pieceArena;
+    LinkText *lpPiece = new (arena) LinkText(this, text, nWidth, arena);
     AddChild(lpPiece);
     return lpPiece;
 }

@@ -5,29 +5,35 @@
 // drawn and hit. Every layout pass makes them anew.
 #pragma once
 
+#include <string_view>
+
 #include "layout.h"
 
 class Hyperlink;
 struct Font;
 
-class Text : public PageItem {
+// A run stands in the Arena of its Page, a piece in the Arena of the layout pass, with its string beside it.
+class Text : public PageItem, public InArena {
   public:
-    // Owned, never null.
+    // Never null.
     char *_lpszText;
     // Belongs to the Page's FontManager, never null.
     Font *_lpFont;
 
     Text(Page *lpPage, const char *lpszText, Font *lpFont);
-    ~Text() override;
+    // Its pieces go with their Arena.
+    ~Text() override { _lpChildren = nullptr; }
 
+    void AddChild(Element *lpPiece) override;
     void Invalidate() override;
     int HitTest(int x, int y) override;
     int Intersects(const Rect *lpRect) override;
+    void AddExtent(Extent *lpExtent) const override;
     void Render(uint32_t *lpBuffer) override;
     void PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen,
                      int *lpnWidth) override;
-    // Adds a piece with this string to the children.
-    virtual Text *AddPiece(const char *lpsz);
+    // Adds a piece with this text, nWidth pixels wide, to the children.
+    virtual Text *AddPiece(std::string_view text, int nWidth);
 
     // Cuts the run into pieces for lines of nFull pixels, the first of nFirst. Returns 0; or 1, with no piece
     // made, if not even the first word fits into nFirst although a full line has more room.
@@ -36,10 +42,13 @@ class Text : public PageItem {
     int LongestWord() const;
 
   protected:
+    // Copies the text, which is nWidth pixels wide, to an Arena.
+    Text(Page *lpPage, std::string_view text, int nWidth, Font *lpFont, Arena &arena);
+
     void Draw(uint32_t dwColor, uint32_t *lpBuffer) const;
 
   private:
-    void DestroyPieces();
+    void DropPieces();
     void PlacePieces(Line **lppLine, int nLeft, int *lpnUsed, int *lpnLineHeight, Point *lpPen);
 };
 
@@ -54,5 +63,8 @@ class LinkText : public Text {
     int OnLMouseDown(uint16_t x, uint16_t y) override;
     int OnLMouseUp(uint16_t x, uint16_t y) override;
     int OnKeyDown(int key) override;
-    Text *AddPiece(const char *lpsz) override;
+    Text *AddPiece(std::string_view text, int nWidth) override;
+
+  private:
+    LinkText(const LinkText *lpWhole, std::string_view text, int nWidth, Arena &arena);
 };

@@ -1,6 +1,7 @@
 // The small types that every module shares.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -23,6 +24,25 @@ struct Rect : Point, Size {
 
     bool IsZero() const { return (x | y | w | h) == 0; }
     bool operator==(const Rect &rc) const { return x == rc.x && y == rc.y && w == rc.w && h == rc.h; }
+};
+
+// The box around any number of rectangles, edges included; there may be none.
+struct Extent {
+    int32_t nLeft = INT32_MAX;
+    int32_t nTop = INT32_MAX;
+    int32_t nRight = INT32_MIN;
+    int32_t nBottom = INT32_MIN;
+
+    void Add(const Rect &rc) {
+        nLeft = std::min(nLeft, rc.x);
+        nTop = std::min(nTop, rc.y);
+        nRight = std::max(nRight, rc.x + rc.w);
+        nBottom = std::max(nBottom, rc.y + rc.h);
+    }
+    bool Meets(const Extent &other) const {
+        return nLeft <= other.nRight && other.nLeft <= nRight && nTop <= other.nBottom &&
+               other.nTop <= nBottom;
+    }
 };
 
 // Positions and lengths of a page add up to no more than this, so that no page can make a sum of two wrap.

@@ -1,0 +1,62 @@
+#include "arena.h"
+
+#include <algorithm>
+#include <new>
+
+namespace {
+
+// Chunks double, so that a small document takes little and a large one few.
+constexpr size_t kFirstChunk = 4096;
+constexpr size_t kLargestChunk = 256 * 1024;
+
+// Where the sanitizer watches memory, each piece is a chunk of its own: what reaches beyond it, or comes too late, is seen.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TESSEL_WATCHED_MEMORY 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(TESSEL_WATCHED_MEMORY)
+constexpr bool kOneByOne = true;
+#else
+constexpr bool kOneByOne = false;
+#endif
+
+}  // namespace
+
+void *Arena::TakeFromNewChunk(size_t nBytes) {
+    size_t nSize = nBytes;
+    if (!kOneByOne)
+        nSize = std::max(nBytes, _lpChunks ? std::min(_lpChunks->nSize * 2, kLargestChunk) : kFirstChunk);
+    Chunk *lpChunk = static_cast<Chunk *>(::operator new(sizeof(Chunk) + nSize));
+    lpChunk->lpNext = _lpChunks;
+    lpChunk->nSize = nSize;
+    _lpChunks = lpChunk;
+    char *lp = reinterpret_cast<char *>(lpChunk + 1);
+    _lpFree = lp + nBytes;
+    _lpEnd = lp + nSize;
+    return lp;
+}
+
+void Arena::Clear() {
+    if (kOneByOne || !_lpChunks) {
+        FreeChunks();
+        return;
+    }
+    // The largest one is kept: what is taken next will mostly be as much again.
+    Chunk *lpKept = _lpChunks;
+    _lpChunks = lpKept->lpNext;
+    FreeChunks();
+    lpKept->lpNext = nullptr;
+    _lpChunks = lpKept;
+    _lpFree = reinterpret_cast<char *>(lpKept + 1);
+    _lpEnd = _lpFree + lpKept->nSize;
+}
+
+void Arena::FreeChunks() {
+    while (_lpChunks) {
+        Chunk *lpNext = _lpChunks->lpNext;
+        ::operator delete(_lpChunks);
+        _lpChunks = lpNext;
+    }
+    _lpFree = _lpEnd = nullptr;
+}
