@@ -24,7 +24,8 @@ uint32_t SleepFor(uint32_t dwElapsed) {
 }
 
 // Waits for the turn to fetch. False if the Resource has been ended here, by cancellation or for its limit.
-bool WaitForTurn(Resource *lpResource, FetchTurn::Waiter *lpWaiter) {
+bool WaitForTurn(Resource *lpResource, FetchTurn::Waiter *lpWaiter)
+    TRY_ACQUIRE(true, g_lpMainFrame->_hFetchMutex) {
     for (;;) {
         if (lpResource->IsCancelled()) {
             lpResource->OnCancelled();
@@ -46,7 +47,7 @@ void FetchLocalFile(Resource *lpResource) {
 }
 
 // A picture without a query may come from the cache, and is stored there; a document never is.
-void FetchFromHost(Resource *lpResource) {
+void FetchFromHost(Resource *lpResource) REQUIRES(g_lpMainFrame->_hFetchMutex) {
     char szCachePath[kCacheNameSize] = "";
     if (!lpResource->IsDocument() && !lpResource->_lpszQuery) {
         MakeCachePath(szCachePath, lpResource->_lpszPath);
@@ -60,7 +61,7 @@ void FetchFromHost(Resource *lpResource) {
 
 // The limit counts from the start of a Resource: while its URL is taken apart it has no worker, and no limit. After
 // that its worker is the one who asks, so that _lpWorker can be read without the registry's lock.
-int IsGivenUp(void *lpContext) {
+int IsGivenUp(void *lpContext) NO_THREAD_SAFETY_ANALYSIS {
     const Resource *lpResource = static_cast<const Resource *>(lpContext);
     return Workers().IsUnwanted(lpResource) ||
            (lpResource->_lpWorker && platform::Ticks() - lpResource->_dwStart > kFetchLimit);
@@ -68,9 +69,9 @@ int IsGivenUp(void *lpContext) {
 
 }  // namespace
 
-bool FetchTurn::WaitFor(Waiter *lpWaiter, uint32_t nWait) {
+bool FetchTurn::Take(Waiter *lpWaiter, uint32_t nWait) {
     {
-        std::lock_guard lock(_mutex);
+        const platform::MutexLock lock(_mutex);
         if (!_bTaken) {
             _bTaken = true;
             return true;
@@ -79,7 +80,7 @@ bool FetchTurn::WaitFor(Waiter *lpWaiter, uint32_t nWait) {
         Append(lpWaiter);
     }
     lpWaiter->wake.WaitFor(nWait);
-    std::lock_guard lock(_mutex);
+    const platform::MutexLock lock(_mutex);
     if (!lpWaiter->bGranted)
         Remove(lpWaiter);
     return lpWaiter->bGranted;
@@ -87,8 +88,8 @@ bool FetchTurn::WaitFor(Waiter *lpWaiter, uint32_t nWait) {
 
 // The turn goes straight to the first who waits. The event is set under the lock: once that is free, the
 // waiter may be gone.
-void FetchTurn::Release() {
-    std::lock_guard lock(_mutex);
+void FetchTurn::HandOn() {
+    const platform::MutexLock lock(_mutex);
     Waiter *lpNext = _lpFirst;
     _bTaken = lpNext != nullptr;
     if (lpNext) {
@@ -99,7 +100,7 @@ void FetchTurn::Release() {
 }
 
 int FetchTurn::CountWaiting() {
-    std::lock_guard lock(_mutex);
+    const platform::MutexLock lock(_mutex);
     int nCount = 0;
     for (const Waiter *lpWaiter = _lpFirst; lpWaiter; lpWaiter = lpWaiter->lpNext)
         ++nCount;

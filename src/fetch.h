@@ -6,8 +6,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "platform/thread.h"
 
 class Resource;
@@ -16,9 +16,10 @@ class Resource;
 inline constexpr uint32_t kFetchLimit = 30000;
 
 // The turn to fetch: a mutex whose waiters can be called off. Turns are given in the order of asking.
-class FetchTurn {
+class CAPABILITY("turn") FetchTurn {
   public:
-    // One who waits. wake is also set by whoever wants the wait to end without a turn.
+    // One who waits. wake is also set by whoever wants the wait to end without a turn; what follows is for those who hold
+    // the mutex of the turn.
     struct Waiter {
         platform::Event wake;
         bool bGranted = false;
@@ -28,19 +29,21 @@ class FetchTurn {
 
     // Waits at most nWait milliseconds. True if the turn is the caller's now, to be given back with Release;
     // false when the time is over or somebody has set the waiter's event.
-    bool WaitFor(Waiter *lpWaiter, uint32_t nWait);
-    void Release();
+    bool WaitFor(Waiter *lpWaiter, uint32_t nWait) TRY_ACQUIRE(true) { return Take(lpWaiter, nWait); }
+    void Release() RELEASE() { HandOn(); }
     // For tests: how many wait.
     int CountWaiting();
 
   private:
-    void Append(Waiter *lpWaiter);
-    void Remove(Waiter *lpWaiter);
+    bool Take(Waiter *lpWaiter, uint32_t nWait);
+    void HandOn();
+    void Append(Waiter *lpWaiter) REQUIRES(_mutex);
+    void Remove(Waiter *lpWaiter) REQUIRES(_mutex);
 
-    std::mutex _mutex;
-    bool _bTaken = false;
-    Waiter *_lpFirst = nullptr;
-    Waiter *_lpLast = nullptr;
+    platform::Mutex _mutex;
+    bool _bTaken GUARDED_BY(_mutex) = false;
+    Waiter *_lpFirst GUARDED_BY(_mutex) = nullptr;
+    Waiter *_lpLast GUARDED_BY(_mutex) = nullptr;
 };
 
 // The whole life of one fetch, on the calling thread. lpWaiter is what Resource::Cancel wakes.

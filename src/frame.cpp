@@ -1,6 +1,7 @@
 #include "frame.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "frameset.h"
@@ -10,7 +11,6 @@
 #include "page.h"
 #include "platform/file.h"
 #include "platform/resolver.h"
-#include "workers.h"
 
 namespace {
 
@@ -62,7 +62,11 @@ Frame::Frame(Page *lpPage) : Element(nullptr, 0), _lpPage(lpPage) {
 // No worker refers to this Frame any more. Taking the mutexes once lets whoever held one last let go of it.
 Frame::~Frame() {
     OnCancel();
-    { std::scoped_lock lock(_hPaintMutex, _hPageMutex, _hLoadMutex); }
+    {
+        const platform::MutexLock paint(_hPaintMutex);
+        const platform::MutexLock page(_hPageMutex);
+        const platform::MutexLock load(_hLoadMutex);
+    }
     DropFrameset();
     List_DestroyArrays(_lpHistory);
     --g_nFrames;
@@ -91,9 +95,9 @@ Size Frame::VisibleSize() const {
 // ---------------------------------------------------------------------------------------------------------
 
 void Frame::Render(uint32_t *lpBuffer) {
-    std::lock_guard lock(_hPaintMutex);
-    if (_lpPage) {
-        _lpPage->Render(lpBuffer);
+    const platform::MutexLock lock(_hPaintMutex);
+    if (Page *lpPage = PageToPaint()) {
+        lpPage->Render(lpBuffer);
         return;
     }
     // Child Frames count from the origin of this one.
@@ -102,9 +106,9 @@ void Frame::Render(uint32_t *lpBuffer) {
 }
 
 void Frame::Invalidate() {
-    std::lock_guard lock(_hPaintMutex);
-    if (_lpPage) {
-        _lpPage->AddDirtyRect(0, 0, 0, 0);
+    const platform::MutexLock lock(_hPaintMutex);
+    if (Page *lpPage = PageToPaint()) {
+        lpPage->AddDirtyRect(0, 0, 0, 0);
         return;
     }
     for (List<Element> *lpNode = _lpChildren; lpNode; lpNode = lpNode->lpNext)
@@ -120,11 +124,11 @@ template <class Operation>
 int Frame::Dispatch(Operation operation) {
     int &nDepth = g_lpMainFrame->_nEventDepth;
     {
-        std::unique_lock lock(_hPageMutex, std::try_to_lock);
-        if (!lock)
+        if (!_hPageMutex.try_lock())
             return 0;
+        const platform::MutexLock lock(_hPageMutex, std::adopt_lock);
         ++nDepth;
-        if (operation(_lpPage))
+        if (operation(PageForEvents()))
             g_lpMainFrame->_bNotify = true;
         --nDepth;
     }
@@ -200,20 +204,24 @@ int Frame::OnSysKeyDown(int key) {
         key == kKeyLeft ? Prev() : Next();
         return 1;
     }
-    std::unique_lock lock(_hPageMutex, std::try_to_lock);
-    return lock ? Element::OnSysKeyDown(key) : 0;
+    if (!_hPageMutex.try_lock())
+        return 0;
+    const platform::MutexLock lock(_hPageMutex, std::adopt_lock);
+    return Element::OnSysKeyDown(key);
 }
 
 int Frame::OnSysKeyUp(int key) {
-    std::unique_lock lock(_hPageMutex, std::try_to_lock);
-    return lock ? Element::OnSysKeyUp(key) : 0;
+    if (!_hPageMutex.try_lock())
+        return 0;
+    const platform::MutexLock lock(_hPageMutex, std::adopt_lock);
+    return Element::OnSysKeyUp(key);
 }
 
 // --- Navigation
 // -------------------------------------------------------------------------------------------------------
 
 void Frame::OpenURL(const char *lpszURL, int bHistory, uint16_t wMethod) {
-    std::lock_guard lock(_hLoadMutex);
+    const platform::MutexLock lock(_hLoadMutex);
     OnCancel();
     if (bHistory)
         RememberURL(lpszURL);
@@ -238,7 +246,7 @@ void Frame::Next() {
 }
 
 void Frame::StepHistory(List<char> *List<char>::*lpStep) {
-    std::lock_guard lock(_hLoadMutex);
+    const platform::MutexLock lock(_hLoadMutex);
     if (!_lpHistoryCur || !(_lpHistoryCur->*lpStep))
         return;
     _lpHistoryCur = _lpHistoryCur->*lpStep;
@@ -248,25 +256,28 @@ void Frame::StepHistory(List<char> *List<char>::*lpStep) {
 // The refresh goes second: a Page that has been cancelled cannot arm another one.
 void Frame::OnCancel() {
     {
-        std::lock_guard lock(_hLoadMutex);
+        const platform::MutexLock lock(_hLoadMutex);
         if (_lpNextPage)
             _lpNextPage->Cancel();
         _lpNextPage = nullptr;
     }
-    std::lock_guard lock(_hRefreshMutex);
+    const platform::MutexLock lock(_hRefreshMutex);
     _lpRefresh = nullptr;
 }
 
 void Frame::GetTitle(char *lpszTitle) {
-    std::unique_lock lock(_hPageMutex, std::try_to_lock);
-    if (lock && _lpPage && _lpPage->_lpszTitle)
-        memcpy(lpszTitle, _lpPage->_lpszTitle, strlen(_lpPage->_lpszTitle) + 1);
+    if (!_hPageMutex.try_lock())
+        return;
+    const platform::MutexLock lock(_hPageMutex, std::adopt_lock);
+    const Page *lpPage = PageForEvents();
+    if (lpPage && lpPage->_lpszTitle)
+        memcpy(lpszTitle, lpPage->_lpszTitle, strlen(lpPage->_lpszTitle) + 1);
 }
 
 // The URL of the armed refresh if its time has come, else null. The record is taken before the load starts, so that
 // a fast answer can arm the next one.
 char *Frame::CopyDueURL(uint32_t dwTime, bool bTake) {
-    std::lock_guard lock(_hRefreshMutex);
+    const platform::MutexLock lock(_hRefreshMutex);
     if (!_lpRefresh)
         return nullptr;
     const uint32_t dwElapsed = dwTime - _lpRefresh->_dwStart;
@@ -295,7 +306,7 @@ void Frame::OnTimer(uint32_t dwTime) {
 }
 
 bool Frame::ArmRefresh(Page *lpPage, MetaRefresh *lpRefresh) {
-    std::lock_guard lock(_hRefreshMutex);
+    const platform::MutexLock lock(_hRefreshMutex);
     if (_lpRefresh || lpPage->IsCancelled())
         return false;
     _lpRefresh = lpRefresh;
@@ -303,7 +314,7 @@ bool Frame::ArmRefresh(Page *lpPage, MetaRefresh *lpRefresh) {
 }
 
 void Frame::SetBaseHost(const char *lpszHost) {
-    std::lock_guard lock(_hBaseHostMutex);
+    const platform::MutexLock lock(_hBaseHostMutex);
     snprintf(_szBaseHost, sizeof _szBaseHost, "%s", lpszHost);
 }
 
@@ -338,7 +349,7 @@ void Frame::SplitURL(char *lpszURL, Resource *lpResource) {
     }
     char szBaseHost[kHostSize];
     {
-        std::lock_guard lock(_hBaseHostMutex);
+        const platform::MutexLock lock(_hBaseHostMutex);
         memcpy(szBaseHost, _szBaseHost, sizeof szBaseHost);
     }
     if (*szBaseHost)
@@ -350,8 +361,8 @@ void Frame::SplitURL(char *lpszURL, Resource *lpResource) {
 
 void Frame::OnResourceDone(Resource *lpResource) {
     {
-        std::lock_guard paint(_hPaintMutex);
-        std::lock_guard page(_hPageMutex);
+        const platform::MutexLock paint(_hPaintMutex);
+        const platform::MutexLock page(_hPageMutex);
         lpResource->OnData();
         if (_lpPage)
             _lpPage->Relayout();
@@ -361,7 +372,7 @@ void Frame::OnResourceDone(Resource *lpResource) {
 }
 
 bool Frame::MayInstall(const Page *lpPage) {
-    std::lock_guard lock(_hLoadMutex);
+    const platform::MutexLock lock(_hLoadMutex);
     return !lpPage->IsCancelled();
 }
 
@@ -399,11 +410,11 @@ void Frame::RetireContent() {
 
 void Frame::Forget(const Page *lpPage) {
     {
-        std::lock_guard lock(_hLoadMutex);
+        const platform::MutexLock lock(_hLoadMutex);
         if (_lpNextPage == lpPage)
             _lpNextPage = nullptr;
     }
-    std::lock_guard lock(_hRefreshMutex);
+    const platform::MutexLock lock(_hRefreshMutex);
     for (const List<MetaTag> *lpNode = lpPage->_lpMetaTags; lpNode; lpNode = lpNode->lpNext) {
         if (lpNode->lpData == _lpRefresh)
             _lpRefresh = nullptr;

@@ -35,10 +35,8 @@
 //   that holds no mutex. Replaced, cancelled, timed out, failed, frameset document: all go this one road.
 #pragma once
 
-#include <atomic>
-#include <mutex>
-
 #include "element.h"
+#include "workers.h"
 
 class Frameset;
 class MetaRefresh;
@@ -47,25 +45,23 @@ class Resource;
 
 class Frame : public Element {
   public:
-    // The armed META refresh, or null; the record belongs to a Page. Guarded by _hRefreshMutex.
-    MetaRefresh *_lpRefresh = nullptr;
+    // The armed META refresh, or null; the record belongs to a Page.
+    MetaRefresh *_lpRefresh GUARDED_BY(_hRefreshMutex) = nullptr;
     // The Page on show, or null; also the one child. Written with paint and page mutex held, read with
     // either.
-    Page *_lpPage;
-    // The Page started last by OpenURL, or null; still set when that Page has become _lpPage. Guarded by
-    // _hLoadMutex.
-    Page *_lpNextPage = nullptr;
-    // What the document being parsed turns out to be, consumed by SetPage. Guarded by paint and page mutex.
-    Frameset *_lpFrameset = nullptr;
-    std::recursive_mutex _hPageMutex;
-    std::recursive_mutex _hLoadMutex;
-    std::recursive_mutex _hPaintMutex;
+    Page *_lpPage GUARDED_BY(_hPaintMutex) GUARDED_BY(_hPageMutex);
+    // The Page started last by OpenURL, or null; still set when that Page has become _lpPage.
+    Page *_lpNextPage GUARDED_BY(_hLoadMutex) = nullptr;
+    // What the document being parsed turns out to be, consumed by SetPage.
+    Frameset *_lpFrameset GUARDED_BY(_hPaintMutex) GUARDED_BY(_hPageMutex) = nullptr;
+    platform::RecursiveMutex _hPaintMutex;
+    platform::RecursiveMutex _hPageMutex ACQUIRED_AFTER(_hPaintMutex);
+    platform::RecursiveMutex _hLoadMutex ACQUIRED_AFTER(_hPageMutex);
     // Visited URLs, head = newest, owned; and the node of the one on show. lpNext of the cursor is older.
-    List<char> *_lpHistory = nullptr;
-    List<char> *_lpHistoryCur = nullptr;
-    // The host that relative URLs resolve against; empty at first and after a local file. Guarded by
-    // _hBaseHostMutex.
-    char _szBaseHost[260] = {};
+    List<char> *_lpHistory GUARDED_BY(_hLoadMutex) = nullptr;
+    List<char> *_lpHistoryCur GUARDED_BY(_hLoadMutex) = nullptr;
+    // The host that relative URLs resolve against; empty at first and after a local file.
+    char _szBaseHost[260] GUARDED_BY(_hBaseHostMutex) = {};
 
     explicit Frame(Page *lpPage);
     ~Frame() override;
@@ -105,16 +101,18 @@ class Frame : public Element {
     void Fetch(Resource *lpResource);
     // A fetch has ended: delivers it, lays the Page on show out again and tells the host. On a worker.
     void OnResourceDone(Resource *lpResource);
-    // Installs a Page that has been parsed and may be shown, or what its frameset asks for. On a worker, with
-    // paint and page mutex held. The Page may be gone on return.
-    void SetPage(Page *lpPage);
-    void NotifyHost();
+    // Installs a Page that has been parsed and may be shown, or what its frameset asks for. On a worker. The Page may
+    // be gone on return.
+    void SetPage(Page *lpPage) REQUIRES(_hPaintMutex, _hPageMutex);
+    void NotifyHost() EXCLUDES(_hPaintMutex, _hPageMutex, _hLoadMutex);
+    // Tells the compiler what is known of everything that a delivery calls: OnResourceDone holds both mutexes.
+    void AssertDelivering() const ASSERT_CAPABILITY(_hPaintMutex, _hPageMutex) {}
 
     // Whether a Page that has been parsed may be installed: decides, under the load mutex, between it and a
     // cancellation. On a worker.
     bool MayInstall(const Page *lpPage);
-    // Forgets what a document wanted its Frame divided into. On a worker, with paint and page mutex held.
-    void DropFrameset();
+    // Forgets what a document wanted its Frame divided into. On a worker.
+    void DropFrameset() REQUIRES(_hPaintMutex, _hPageMutex);
     // Clears _lpNextPage and _lpRefresh where they refer to lpPage, which is about to go.
     void Forget(const Page *lpPage);
     // Arms a refresh that lpPage has asked for, unless one is armed or lpPage was cancelled; true if it did.
@@ -132,19 +130,22 @@ class Frame : public Element {
     Frame *_lpParent = nullptr;
     int _nDepth = 0;
     // Running workers whose Resource belongs to this Frame or to one below it; and whether the Frame is on
-    // its way out. Guarded by the registry of workers.
-    int _nWorkers = 0;
-    bool _bRetired = false;
+    // its way out.
+    int _nWorkers GUARDED_BY(WorkerRegistry::_mutex) = 0;
+    bool _bRetired GUARDED_BY(WorkerRegistry::_mutex) = false;
 
   private:
     template <class Operation>
     int Dispatch(Operation operation);
-    void RememberURL(const char *lpszURL);
+    // One of the two mutexes is enough to read what is written with both.
+    Page *PageToPaint() const REQUIRES(_hPaintMutex) NO_THREAD_SAFETY_ANALYSIS { return _lpPage; }
+    Page *PageForEvents() const REQUIRES(_hPageMutex) NO_THREAD_SAFETY_ANALYSIS { return _lpPage; }
+    void RememberURL(const char *lpszURL) REQUIRES(_hLoadMutex);
     void StepHistory(List<char> *List<char>::*lpStep);
     char *CopyDueURL(uint32_t dwTime, bool bTake);
-    void RetireContent();
+    void RetireContent() REQUIRES(_hPaintMutex, _hPageMutex);
     void SplitURL(char *lpszURL, Resource *lpResource);
 
-    std::mutex _hRefreshMutex;
-    std::mutex _hBaseHostMutex;
+    platform::Mutex _hRefreshMutex;
+    platform::Mutex _hBaseHostMutex;
 };

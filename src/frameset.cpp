@@ -82,6 +82,7 @@ void Frameset::CreateFrames() {
 
 int OnTagFrameset(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **, int *) {
     Frame *lpFrame = lpPage->_lpFrame;
+    lpFrame->AssertDelivering();
     if (lpTag->_wClosing || lpFrame->_lpFrameset)
         return 0;
     int aCols[kMaxDivisions], aRows[kMaxDivisions];
@@ -104,6 +105,7 @@ int OnTagFrameset(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, co
 }
 
 int OnTagFrame(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **, int *) {
+    lpPage->_lpFrame->AssertDelivering();
     Frameset *lpFrameset = lpPage->_lpFrame->_lpFrameset;
     if (lpTag->_wClosing || !lpFrameset)
         return 0;

@@ -83,7 +83,7 @@ std::shared_ptr<const GlyphCells> GlyphCache::Get(const char *lpszFace, int nHei
         return lpFound;
     std::shared_ptr<const GlyphCells> lpCells = BuildCells(lpszFace, nHeight, wStyle);
     if (lpCells) {
-        const std::lock_guard lock(_hMutex);
+        const platform::MutexLock lock(_hMutex);
         if (_entries.size() >= kMaxEntries)
             _entries.erase(_entries.begin());
         _entries.push_back({std::move(strFace), nHeight, wStyle, lpCells});
@@ -92,7 +92,7 @@ std::shared_ptr<const GlyphCells> GlyphCache::Get(const char *lpszFace, int nHei
 }
 
 std::shared_ptr<const GlyphCells> GlyphCache::Find(const std::string &strFace, int nHeight, uint16_t wStyle) {
-    const std::lock_guard lock(_hMutex);
+    const platform::MutexLock lock(_hMutex);
     const auto it = std::find_if(_entries.begin(), _entries.end(), [&](const Entry &entry) {
         return entry.nHeight == nHeight && entry.wStyle == wStyle && entry.strFace == strFace;
     });

@@ -7,9 +7,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "platform/mutex.h"
 
 // So far behind its end gfx_TextOut may read the bits of a glyph, which takes them in words.
 inline constexpr int kGlyphSlack = 8;
@@ -49,7 +50,7 @@ class GlyphCache {
 
     std::shared_ptr<const GlyphCells> Find(const std::string &strFace, int nHeight, uint16_t wStyle);
 
-    std::mutex _hMutex;
+    platform::Mutex _hMutex;
     // The one that was used last at the end.
-    std::vector<Entry> _entries;
+    std::vector<Entry> _entries GUARDED_BY(_hMutex);
 };

@@ -165,7 +165,7 @@ void Page::AlignLines() {
 }
 
 void Page::AddDirtyRect(int x, int y, int w, int h) {
-    std::lock_guard lock(_hDirtyMutex);
+    const platform::MutexLock lock(_hDirtyMutex);
     const Rect rc(x, y, w, h);
     if (rc.IsZero()) {
         _rcDirty = Rect(0, 0, _rc.w, _rc.h);

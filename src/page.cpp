@@ -9,7 +9,6 @@
 #include "mainframe.h"
 #include "meta.h"
 #include "table.h"
-#include "workers.h"
 
 Page::Page(Frame *lpFrame, const Point *lpOrigin, const Size *lpSize, const char *lpszURL)
     : Element(lpFrame, lpOrigin, lpSize),
@@ -45,7 +44,7 @@ void Page::Render(uint32_t *lpBuffer) {
     lpBuffer += static_cast<ptrdiff_t>(g_lpMainFrame->_rc.w) * _rc.y + _rc.x;
     Rect rcDirty;
     {
-        std::lock_guard lock(_hDirtyMutex);
+        const platform::MutexLock lock(_hDirtyMutex);
         rcDirty = _rcDirty;
         _rcDirty = Rect();
     }
@@ -86,18 +85,19 @@ void Page::EnterChildren(uint16_t x, uint16_t y) {
 // One stroke under the registry's lock: the list of fetches may be growing, and the Page may be destroyed by
 // its worker as soon as that has seen the Page's own bit.
 void Page::Cancel() {
-    WorkerRegistry::Lock lock(Workers()._mutex);
+    const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
     for (List<Resource> *lpNode = _lpFetches; lpNode; lpNode = lpNode->lpNext)
         lpNode->lpData->Cancel();
     Resource::Cancel();
 }
 
 void Page::AddFetch(Resource *lpResource) {
-    WorkerRegistry::Lock lock(Workers()._mutex);
+    const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
     List_Prepend(_lpFetches, lpResource);
 }
 
 void Page::OnData() {
+    _lpFrame->AssertDelivering();
     _lpFrame->SetBaseHost(_lpszHost ? _lpszHost : "");
     ParseHTML(reinterpret_cast<const char *>(_lpData), static_cast<int>(_dwLength));
     if (!_lpFrame->MayInstall(this)) {
@@ -105,8 +105,13 @@ void Page::OnData() {
         Workers().Retire(this);
         return;
     }
+    List<Resource> *lpNode;
+    {
+        const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
+        lpNode = _lpFetches;
+    }
     // The list has stopped growing, so that it can be walked without its lock.
-    for (List<Resource> *lpNode = _lpFetches; lpNode; lpNode = lpNode->lpNext)
+    for (; lpNode; lpNode = lpNode->lpNext)
         _lpFrame->Fetch(lpNode->lpData);
     _lpFrame->SetPage(this);
 }

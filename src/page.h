@@ -6,8 +6,6 @@
 // WorkerRegistry::Retire.
 #pragma once
 
-#include <mutex>
-
 #include "arena.h"
 #include "element.h"
 #include "itemindex.h"
@@ -27,8 +25,8 @@ class Page : public Element, public Resource {
     uint32_t _dwLinkColor = 0x0000FF;
     uint32_t _dwALinkColor = 0x00FFFF;
     uint32_t _dwVLinkColor = 0xFFFF00;
-    // What to repaint, in the Page's own coordinates; all zero = nothing. Guarded by _hDirtyMutex.
-    Rect _rcDirty;
+    // What to repaint, in the Page's own coordinates; all zero = nothing.
+    Rect _rcDirty GUARDED_BY(_hDirtyMutex);
     // Owned; null unless the document has a TITLE.
     char *_lpszTitle = nullptr;
     // The same as _lpOwner, and as the Resource's, whose member it hides.
@@ -40,8 +38,8 @@ class Page : public Element, public Resource {
     List<Line> *_lpFlowLines = nullptr;      // in _flowArena; only within Relayout
     List<Form> *_lpForms = nullptr;          // owned
     // What must be fetched once parsing has ended. The Resources belong to the Elements that show them.
-    // Guarded by the registry of workers, since a cancellation may walk it during the parse.
-    List<Resource> *_lpFetches = nullptr;
+    // Guarded, since a cancellation may walk it during the parse.
+    List<Resource> *_lpFetches GUARDED_BY(WorkerRegistry::_mutex) = nullptr;
     // What is open during parsing.
     Hyperlink *_lpCurHyperlink = nullptr;
     Form *_lpCurForm = nullptr;
@@ -85,10 +83,9 @@ class Page : public Element, public Resource {
     Size _szVisible;
     // The node of the document's first Line, so that a layout need not look for it.
     List<Line> *_lpFirstLine;
-    // Running workers of this Page and its Images; and whether it is on its way out. Guarded by the registry
-    // of workers.
-    int _nWorkers = 0;
-    bool _bRetired = false;
+    // Running workers of this Page and its Images; and whether it is on its way out.
+    int _nWorkers GUARDED_BY(WorkerRegistry::_mutex) = 0;
+    bool _bRetired GUARDED_BY(WorkerRegistry::_mutex) = false;
 
   protected:
     void EnterChildren(uint16_t x, uint16_t y) override;
@@ -96,5 +93,5 @@ class Page : public Element, public Resource {
   private:
     void RenderChildren(const Rect &rcDirty, uint32_t *lpBuffer);
 
-    std::mutex _hDirtyMutex;
+    platform::Mutex _hDirtyMutex;
 };

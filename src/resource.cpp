@@ -2,7 +2,6 @@
 
 #include "platform/clock.h"
 #include "types.h"
-#include "workers.h"
 
 Resource::Resource(Frame *lpFrame, const char *lpszURL, uint16_t wAccept, uint16_t wMethod)
     : _wAccept(wAccept), _wMethod(wMethod), _lpszURL(StrDup(lpszURL)), _lpFrame(lpFrame) {}
@@ -18,7 +17,7 @@ Resource::~Resource() {
 // Under the registry's lock, since a Page whose worker has seen the bit may be destroyed as soon as the lock
 // is free.
 void Resource::Cancel() {
-    WorkerRegistry::Lock lock(Workers()._mutex);
+    const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
     _wState |= RS_CANCELLED;
     Workers().Wake(this);
 }

@@ -8,9 +8,7 @@
 #include <atomic>
 #include <cstdint>
 
-class Frame;
-class Page;
-struct Worker;
+#include "workers.h"
 
 // What _wAccept asks for: classes in the high byte, subtypes in the low byte; zero in a byte means no test of
 // it.
@@ -71,6 +69,6 @@ class Resource {
     // The Page that this Resource lives and dies with: itself, or the one that shows it. Set once, by the
     // constructors of the derived classes.
     Page *_lpHolder = nullptr;
-    // The worker that serves this Resource, or null. Guarded by the registry of workers.
-    Worker *_lpWorker = nullptr;
+    // The worker that serves this Resource, or null.
+    Worker *_lpWorker GUARDED_BY(WorkerRegistry::_mutex) = nullptr;
 };

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cassert>
 #include <chrono>
-#include <mutex>
 #include <new>
 #include <thread>
 
@@ -31,14 +30,16 @@ constexpr uint32_t kTimerPeriod = 100;
 constexpr int kTickTries = 10;
 constexpr std::chrono::milliseconds kTickPause(5);
 
+// The export lock.
+constinit platform::RecursiveMutex g_mutex;
+
 struct ExportState {
-    std::recursive_mutex mutex;
     platform::Timer timer;
-    int nDepth = 0;  // exports inside each other, by way of the callback
+    int nDepth GUARDED_BY(g_mutex) = 0;  // exports inside each other, by way of the callback
     // Between tessel_Init and tessel_ShutDown. Atomic: an unload clears it without the mutex, which somebody
     // may hold for good by then.
     std::atomic<bool> bRunning{false};
-    bool bShutDown = false;  // tessel_ShutDown was called from inside a callback
+    bool bShutDown GUARDED_BY(g_mutex) = false;  // tessel_ShutDown was called from inside a callback
 };
 
 // Never destroyed: the timer's thread may still look at it while the process exits.
@@ -48,16 +49,17 @@ ExportState &State() {
     return *s_lpState;
 }
 
-// One export call. Frame() is what it works on: null if the call is to do nothing.
-class ExportCall {
+// One export call. Frame() is what it works on: null if the call is to do nothing, which is also so where the lock has
+// not been taken.
+class SCOPED_CAPABILITY ExportCall {
   public:
     enum Need { kLoaded, kRunning };
 
-    explicit ExportCall(Need need = kRunning) {
+    explicit ExportCall(Need need = kRunning) ACQUIRE(g_mutex) {
         if (WorkerRegistry::OnOwnThread())
             return;
         ExportState &state = State();
-        state.mutex.lock();
+        g_mutex.lock();
         ++state.nDepth;
         _bEntered = true;
         assert(g_lpMainFrame && !state.bShutDown);
@@ -68,12 +70,12 @@ class ExportCall {
             _lpFrame = g_lpMainFrame;
     }
 
-    ~ExportCall() {
+    ~ExportCall() RELEASE() {
         if (!_bEntered)
             return;
         if (--State().nDepth == 0 && State().bShutDown)
             DestroyMainFrame();
-        State().mutex.unlock();
+        g_mutex.unlock();
     }
 
     ExportCall(const ExportCall &) = delete;
@@ -90,16 +92,24 @@ int IsStopped(void *) {
     return !State().bRunning;
 }
 
+// False if an export is under way all the time, or the library is about to stop.
+bool TryEnter() TRY_ACQUIRE(true, g_mutex) {
+    for (int i = 0; !g_mutex.try_lock(); ++i) {
+        if (i == kTickTries || !State().bRunning)
+            return false;
+        std::this_thread::sleep_for(kTickPause);
+    }
+    return true;
+}
+
 void OnTick(uint32_t) {
     // A name service may take its time; the host is not to wait for that.
     if (State().bRunning)
         g_lpMainFrame->PrepareRefresh(platform::Ticks(), IsStopped);
-    std::unique_lock lock(State().mutex, std::try_to_lock);
-    for (int i = 0; !lock && i < kTickTries && State().bRunning; ++i) {
-        std::this_thread::sleep_for(kTickPause);
-        lock.try_lock();
-    }
-    if (!lock || !State().bRunning)
+    if (!TryEnter())
+        return;
+    const platform::MutexLock lock(g_mutex, std::adopt_lock);
+    if (!State().bRunning)
         return;
     Workers().RunStranded();
     g_lpMainFrame->OnTimer(platform::Ticks());
@@ -129,7 +139,8 @@ int SendKey(KeyEvent lpfnEvent, int nKey) {
 
 }  // namespace
 
-void DestroyMainFrame() {
+// An unload comes without the export lock, which somebody may hold for good by then.
+void DestroyMainFrame() NO_THREAD_SAFETY_ANALYSIS {
     ExportState &state = State();
     state.bShutDown = false;
     state.bRunning = false;

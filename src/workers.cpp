@@ -37,7 +37,7 @@ bool IsWithin(const Frame *lpFrame, const Frame *lpAncestor) {
     return lpFrame != nullptr;
 }
 
-bool IsRetired(const Frame *lpFrame) {
+bool IsRetired(const Frame *lpFrame) REQUIRES(WorkerRegistry::_mutex) {
     while (lpFrame && !lpFrame->_bRetired)
         lpFrame = lpFrame->_lpParent;
     return lpFrame != nullptr;
@@ -70,7 +70,7 @@ void WorkerRegistry::BeginClose() {
 
 void WorkerRegistry::Close() {
     BeginClose();
-    std::unique_lock lock(_mutex);
+    Lock lock(_mutex);
     // Running workers take over those that wait for a thread; without any they end here.
     while (_lpStranded && !_nRunning) {
         Worker *lpWorker = TakeStranded();
@@ -93,7 +93,7 @@ void WorkerRegistry::Start(Resource *lpResource) {
     Worker *lpWorker = new Worker{};
     lpWorker->lpResource = lpResource;
     {
-        Lock lock(_mutex);
+        const Lock lock(_mutex);
         if (_bClosing || IsRetired(lpResource->_lpFrame))
             lpResource->_wState |= RS_CANCELLED;
         Count(lpResource, 1);
@@ -154,7 +154,7 @@ Worker *WorkerRegistry::TakeStranded() {
 
 void WorkerRegistry::RunStranded() {
     t_bOwnThread = true;
-    std::unique_lock lock(_mutex);
+    Lock lock(_mutex);
     while (_lpStranded && !_nRunning) {
         Worker *lpWorker = TakeStranded();
         if (Launch(lpWorker))
@@ -183,7 +183,7 @@ bool WorkerRegistry::IsUnwanted(const Resource *lpResource) {
     return lpResource->IsCancelled() || _bClosing || IsRetired(lpResource->_lpFrame);
 }
 
-// Adds nStep to what counts for the Page and the Frames of lpResource. The lock is held.
+// Adds nStep to what counts for the Page and the Frames of lpResource.
 void WorkerRegistry::Count(Resource *lpResource, int nStep) {
     lpResource->_lpHolder->_nWorkers += nStep;
     for (Frame *lpFrame = lpResource->_lpFrame; lpFrame; lpFrame = lpFrame->_lpParent)
@@ -214,7 +214,7 @@ void WorkerRegistry::Leave(Worker *lpWorker) {
     Frame *alpDoomed[kMaxFrameDepth + 1];
     int nDoomed = 0;
     {
-        Lock lock(_mutex);
+        const Lock lock(_mutex);
         CountEnd(lpResource);
         Count(lpResource, -1);
         lpWorker->lpResource = nullptr;
@@ -238,7 +238,7 @@ void WorkerRegistry::Leave(Worker *lpWorker) {
 void WorkerRegistry::Reap() {
     Worker *lpEnded;
     {
-        Lock lock(_mutex);
+        const Lock lock(_mutex);
         lpEnded = _lpEnded;
         _lpEnded = nullptr;
     }
@@ -250,7 +250,7 @@ void WorkerRegistry::Reap() {
     }
 }
 
-// Cancels everything that is started for lpFrame or below it; null means everything. The lock is held.
+// Cancels everything that is started for lpFrame or below it; null means everything.
 void WorkerRegistry::CancelBelow(const Frame *lpFrame) {
     for (Worker *lpFirst : {_lpRunning, _lpStranded}) {
         for (Worker *lpWorker = lpFirst; lpWorker; lpWorker = lpWorker->lpNext) {
@@ -264,7 +264,7 @@ void WorkerRegistry::CancelBelow(const Frame *lpFrame) {
 void WorkerRegistry::Retire(Page *lpPage) {
     lpPage->_lpFrame->Forget(lpPage);
     {
-        Lock lock(_mutex);
+        const Lock lock(_mutex);
         lpPage->Cancel();
         lpPage->_bRetired = true;
         if (lpPage->_nWorkers) {
@@ -277,7 +277,7 @@ void WorkerRegistry::Retire(Page *lpPage) {
 
 void WorkerRegistry::Retire(Frame *lpFrame) {
     {
-        Lock lock(_mutex);
+        const Lock lock(_mutex);
         lpFrame->_bRetired = true;
         CancelBelow(lpFrame);
         if (lpFrame->_nWorkers) {

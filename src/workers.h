@@ -11,7 +11,6 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
 #include "fetch.h"
 #include "tessel_host.h"
@@ -19,48 +18,40 @@
 class Frame;
 class Page;
 class Resource;
-
-// One entry: a Resource that was started, and the thread that serves it.
-struct Worker {
-    Resource *lpResource = nullptr;  // null once the worker has left it
-    FetchTurn::Waiter waiter;
-    platform::Thread thread;
-    bool bCounted = false;  // in the running members of the fetch counts
-    Worker *lpNext = nullptr;
-    Worker *lpPrev = nullptr;
-};
+struct Worker;
 
 class WorkerRegistry {
   public:
-    // Holds the registry's lock. Recursive, so that a Page can cancel itself and its Images at one stroke.
-    using Lock = std::lock_guard<std::recursive_mutex>;
-    std::recursive_mutex _mutex;
+    // The registry's lock. Recursive, so that a Page can cancel itself and its Images at one stroke. Static, so that
+    // what it guards elsewhere can name it.
+    using Lock = platform::MutexLock<platform::RecursiveMutex>;
+    static constinit inline platform::RecursiveMutex _mutex;
 
     // Begins anew: everything counts from 0. No worker may be left.
     void Open();
     // Cancels everything; what is started from now on is cancelled at once.
     void BeginClose();
     // The same, and returns when every worker has ended. On the host's thread, with no lock held but the export lock.
-    void Close();
+    void Close() EXCLUDES(_mutex);
 
     // Starts a worker for lpResource. If the system gives no thread, the Resource waits for a worker that
     // ends, or for RunStranded.
     void Start(Resource *lpResource);
     // Takes care of Resources that wait for a thread while no worker runs that could take them over: tries
     // again, and ends them as failed fetches if there is still none. On the timer's thread.
-    void RunStranded();
-    // Wakes the worker of lpResource, if it waits for its turn. The lock is held.
-    void Wake(Resource *lpResource);
+    void RunStranded() EXCLUDES(_mutex);
+    // Wakes the worker of lpResource, if it waits for its turn.
+    void Wake(Resource *lpResource) REQUIRES(_mutex);
     // Whether nobody wants lpResource any more: it is cancelled, its Frame is on its way out, or the library is. True
-    // of a Resource that is not yet started, too. The lock is not held.
-    bool IsUnwanted(const Resource *lpResource);
+    // of a Resource that is not yet started, too.
+    bool IsUnwanted(const Resource *lpResource) EXCLUDES(_mutex);
     // Counts lpResource as ended, before its host is told.
     void CountEnd(Resource *lpResource);
 
     // Cancels and, now or later, destroys. It must be out of sight, neither on show nor a child. With no leaf
     // lock held; on a worker also for the Page that it is delivering.
-    void Retire(Page *lpPage);
-    void Retire(Frame *lpFrame);
+    void Retire(Page *lpPage) EXCLUDES(_mutex);
+    void Retire(Frame *lpFrame) EXCLUDES(_mutex);
 
     void GetCounts(platform_FetchCounts *lpCounts);
     // Whether the calling thread is one of the library's own.
@@ -73,23 +64,34 @@ class WorkerRegistry {
     static void Run(void *lpWorker);
     void Serve(Worker *lpWorker);
     bool Continue(Worker *lpWorker);
-    bool Launch(Worker *lpWorker);
-    Worker *TakeStranded();
-    void Leave(Worker *lpWorker);
-    void Reap();
-    void Count(Resource *lpResource, int nStep);
-    void CancelBelow(const Frame *lpFrame);
+    bool Launch(Worker *lpWorker) REQUIRES(_mutex);
+    Worker *TakeStranded() REQUIRES(_mutex);
+    void Leave(Worker *lpWorker) EXCLUDES(_mutex);
+    void Reap() EXCLUDES(_mutex);
+    void Count(Resource *lpResource, int nStep) REQUIRES(_mutex);
+    void CancelBelow(const Frame *lpFrame) REQUIRES(_mutex);
 
-    Worker *_lpRunning = nullptr;   // with a thread, or being served by one
-    Worker *_lpStranded = nullptr;  // waiting for a thread
-    Worker *_lpEnded = nullptr;     // to be joined
-    int _nRunning = 0;
-    int _nRetired = 0;
-    bool _bClosing = true;
-    platform_FetchCounts _counts = {};
+    Worker *_lpRunning GUARDED_BY(_mutex) = nullptr;   // with a thread, or being served by one
+    Worker *_lpStranded GUARDED_BY(_mutex) = nullptr;  // waiting for a thread
+    Worker *_lpEnded GUARDED_BY(_mutex) = nullptr;     // to be joined
+    int _nRunning GUARDED_BY(_mutex) = 0;
+    int _nRetired GUARDED_BY(_mutex) = 0;
+    bool _bClosing GUARDED_BY(_mutex) = true;
+    platform_FetchCounts _counts GUARDED_BY(_mutex) = {};
     // Set when a worker has ended. No condition variable: one for a recursive mutex has memory of its own, which nobody
     // would give back.
     platform::Event _ended;
+};
+
+// One entry: a Resource that was started, and the thread that serves it.
+struct Worker {
+    Resource *lpResource = nullptr;  // null once the worker has left it
+    FetchTurn::Waiter waiter;
+    platform::Thread thread;
+    // In the running members of the fetch counts.
+    bool bCounted GUARDED_BY(WorkerRegistry::_mutex) = false;
+    Worker *lpNext = nullptr;
+    Worker *lpPrev = nullptr;
 };
 
 WorkerRegistry &Workers();

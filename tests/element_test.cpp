@@ -145,7 +145,7 @@ TEST_F(ElementTest, EventsReachThePageOfAFrameUnlessAWorkerHasIt) {
     }
     tessel_SetCallback(4, [](int) {
         ++g_nCallbacks;
-        std::recursive_mutex &mutex = g_lpMainFrame->_hPageMutex;
+        auto &mutex = g_lpMainFrame->_hPageMutex;
         std::thread([&] { EXPECT_TRUE(std::unique_lock(mutex, std::try_to_lock).owns_lock()); }).join();
     });
     EXPECT_EQ(SendAll(), "0") << "there is no Page yet";

@@ -44,7 +44,7 @@ class FetchTest : public EngineTest {
     // Waits until no worker has anything to do with them any more; what came, "none" or "cancelled" for each.
     std::string Ends() {
         EXPECT_TRUE(WaitUntil([this] {
-            WorkerRegistry::Lock lock(Workers()._mutex);
+            const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
             return _page->Get()->_nWorkers == 0;
         }));
         std::string strEnds;

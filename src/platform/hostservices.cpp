@@ -2,21 +2,22 @@
 
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <new>
+
+#include "platform/mutex.h"
 
 namespace platform {
 
 namespace {
 
 // Guards what was lent; a service itself is called without it.
-std::mutex g_mutex;
-platform_HostServices g_services = {};
+Mutex g_mutex;
+platform_HostServices g_services GUARDED_BY(g_mutex) = {};
 // The clipboard of the library, in use while the host has lent none. On the host's thread alone.
 char *g_lpszClipboard = nullptr;
 
 platform_HostServices Services() {
-    std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     return g_services;
 }
 
@@ -63,6 +64,6 @@ void ShowMessage(const char *lpszText, const char *lpszCaption) {
 }  // namespace platform
 
 extern "C" void platform_SetHostServices(const platform_HostServices *services) {
-    std::lock_guard lock(platform::g_mutex);
+    const platform::MutexLock lock(platform::g_mutex);
     platform::g_services = services ? *services : platform_HostServices{};
 }

@@ -1,10 +1,10 @@
-// Threads with small stacks, and the one way in which a thread is woken. Mutexes are those of the standard
-// library.
+// Threads with small stacks, and the one way in which a thread is woken.
 #pragma once
 
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
+
+#include "platform/mutex.h"
 
 namespace platform {
 
@@ -40,9 +40,9 @@ class Event {
     bool WaitFor(uint32_t nWait);
 
   private:
-    std::mutex _mutex;
+    Mutex _mutex;
     std::condition_variable _changed;
-    bool _bSet = false;
+    bool _bSet GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace platform

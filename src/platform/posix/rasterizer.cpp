@@ -23,10 +23,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <mutex>
 #include <new>
-#include <type_traits>
 #include <utility>
+
+#include "platform/mutex.h"
 
 namespace platform {
 namespace {
@@ -507,7 +507,8 @@ uint16_t MissingStyle(FcPattern *lpFound, uint16_t wStyle) {
 
 // --- The system's fonts, and what has been made of them ---
 
-// All members need g_mutex.
+constinit Mutex g_mutex;
+
 class Engine {
   public:
     Engine();
@@ -515,7 +516,7 @@ class Engine {
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
 
-    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells);
+    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) REQUIRES(g_mutex);
 
   private:
     Source FindSource(const char *lpszFace, int nHeight, uint16_t wStyle);
@@ -687,18 +688,14 @@ class SystemRasterizer final : public Rasterizer {
     bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) override;
 };
 
-constinit std::mutex g_mutex;
-
-// Under g_mutex. The system's rasteriser is made in place and never destroyed: it has no state, only a type.
-constinit Engine *g_lpEngine = nullptr;
-constinit Rasterizer *g_lpReplacement = nullptr;
-constinit SystemRasterizer *g_lpSystem = nullptr;
+// The system's rasteriser is made in place and never destroyed: it has no state, only a type.
+constinit Engine *g_lpEngine GUARDED_BY(g_mutex) PT_GUARDED_BY(g_mutex) = nullptr;
+constinit Rasterizer *g_lpReplacement GUARDED_BY(g_mutex) = nullptr;
+constinit SystemRasterizer *g_lpSystem GUARDED_BY(g_mutex) = nullptr;
 alignas(SystemRasterizer) unsigned char g_aSystem[sizeof(SystemRasterizer)];
 
-static_assert(std::is_trivially_destructible_v<std::mutex>, "threads may still run at process exit");
-
 bool SystemRasterizer::Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) {
-    const std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     if (!g_lpEngine)
         g_lpEngine = new (std::nothrow) Engine;
     return g_lpEngine && g_lpEngine->Rasterize(lpszFace, std::clamp(nHeight, 1, kMaxCell), wStyle, lpCells);
@@ -707,7 +704,7 @@ bool SystemRasterizer::Rasterize(const char *lpszFace, int nHeight, uint16_t wSt
 }  // namespace
 
 Rasterizer *GetRasterizer() {
-    const std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     if (g_lpReplacement)
         return g_lpReplacement;
     if (!g_lpSystem)
@@ -716,12 +713,12 @@ Rasterizer *GetRasterizer() {
 }
 
 void ReplaceRasterizer(Rasterizer *lpRasterizer) {
-    const std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     g_lpReplacement = lpRasterizer;
 }
 
 void ReleaseRasterizer() {
-    const std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     delete g_lpEngine;
     g_lpEngine = nullptr;
 }

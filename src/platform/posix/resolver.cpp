@@ -12,9 +12,9 @@
 
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 
 #include "platform/clock.h"
+#include "platform/mutex.h"
 
 namespace platform {
 
@@ -45,15 +45,14 @@ struct Question {
     Question *lpNext = nullptr;
 };
 
-// Guards what follows.
-std::mutex g_mutex;
-Answer g_aAnswers[kAnswers] = {};
-int g_nNextAnswer = 0;
-int g_nQuestions = 0;
-Question *g_lpLeft = nullptr;  // those that nobody waits for
+Mutex g_mutex;
+Answer g_aAnswers[kAnswers] GUARDED_BY(g_mutex) = {};
+int g_nNextAnswer GUARDED_BY(g_mutex) = 0;
+int g_nQuestions GUARDED_BY(g_mutex) = 0;
+Question *g_lpLeft GUARDED_BY(g_mutex) = nullptr;  // those that nobody waits for
 
-// What is remembered of a host, or null. The mutex is held, as in all that follow up to Leave.
-Answer *FindAnswer(const char *lpszHost) {
+// What is remembered of a host, or null.
+Answer *FindAnswer(const char *lpszHost) REQUIRES(g_mutex) {
     for (Answer &answer : g_aAnswers) {
         if (answer.bUsed && strcmp(answer.szHost, lpszHost) == 0)
             return &answer;
@@ -61,7 +60,7 @@ Answer *FindAnswer(const char *lpszHost) {
     return nullptr;
 }
 
-void Remember(const char *lpszHost, uint32_t dwAddress) {
+void Remember(const char *lpszHost, uint32_t dwAddress) REQUIRES(g_mutex) {
     Answer *lpAnswer = FindAnswer(lpszHost);
     if (!lpAnswer) {
         lpAnswer = &g_aAnswers[g_nNextAnswer];
@@ -83,7 +82,7 @@ uint32_t AddressIn(const gaicb &request) {
 
 // Destroys the questions that the system has let go of. One that it has not begun with is called off; that is no
 // answer.
-void Collect() {
+void Collect() REQUIRES(g_mutex) {
     for (Question **lplp = &g_lpLeft; *lplp;) {
         Question *lpQuestion = *lplp;
         const int nState = gai_cancel(&lpQuestion->request);
@@ -101,7 +100,7 @@ void Collect() {
     }
 }
 
-void Leave(Question *lpQuestion) {
+void Leave(Question *lpQuestion) REQUIRES(g_mutex) {
     lpQuestion->lpNext = g_lpLeft;
     g_lpLeft = lpQuestion;
     Collect();
@@ -132,7 +131,7 @@ bool Await(Question *lpQuestion, int (*lpfnGiveUp)(void *), void *lpContext) {
     const gaicb *const alpRequests[] = {&lpQuestion->request};
     while (gai_error(&lpQuestion->request) == EAI_INPROGRESS) {
         if (Ticks() - dwStart > kPatience) {
-            std::lock_guard lock(g_mutex);
+            const MutexLock lock(g_mutex);
             Remember(lpQuestion->szHost, kNoAddress);
             return false;
         }
@@ -144,7 +143,7 @@ bool Await(Question *lpQuestion, int (*lpfnGiveUp)(void *), void *lpContext) {
 }
 
 bool Recall(const char *lpszHost, uint32_t *lpdwAddress) {
-    std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     Collect();
     const Answer *lpAnswer = FindAnswer(lpszHost);
     if (!lpAnswer || Ticks() - lpAnswer->dwTime >= kMemory)
@@ -155,7 +154,7 @@ bool Recall(const char *lpszHost, uint32_t *lpdwAddress) {
 
 // Null if there are too many.
 Question *NewQuestion(const char *lpszHost) {
-    std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     if (g_nQuestions >= kMaxQuestions)
         return nullptr;
     ++g_nQuestions;
@@ -180,7 +179,7 @@ uint32_t ResolveAddress(const char *lpszHost, int (*lpfnGiveUp)(void *lpContext)
         return kNoAddress;
     const bool bAsked = Ask(lpQuestion);
     const bool bAnswered = bAsked && Await(lpQuestion, lpfnGiveUp, lpContext);
-    std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     if (bAnswered) {
         dwAddress = AddressIn(lpQuestion->request);
         Remember(lpszHost, dwAddress);
@@ -191,7 +190,7 @@ uint32_t ResolveAddress(const char *lpszHost, int (*lpfnGiveUp)(void *lpContext)
 }
 
 void ReleaseResolver() {
-    std::lock_guard lock(g_mutex);
+    const MutexLock lock(g_mutex);
     Collect();
 }
 

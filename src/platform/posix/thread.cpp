@@ -15,8 +15,12 @@ namespace {
 // The deepest that a worker goes is the rasteriser, measured at 82 KB with its first font, of which 77 KB are
 // fontconfig and FreeType, on top of 8 KB of Page::ParseTag and a tag's handler. A JPEG decoder takes 59 KB,
 // its state and the strip of samples. The rest is for other versions of the libraries and other font
-// settings. Sanitizers make frames larger.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// settings. Sanitizers make frames larger; GCC and Clang name them in different ways.
+#ifndef __has_feature
+#define __has_feature(name) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) || \
+    __has_feature(thread_sanitizer)
 constexpr size_t kStackSize = 1024 * 1024;
 #else
 constexpr size_t kStackSize = 256 * 1024;
@@ -82,14 +86,17 @@ void FailThreadStarts(int nCount) {
 }
 
 void Event::Set() {
-    std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _bSet = true;
     _changed.notify_one();
 }
 
 bool Event::WaitFor(uint32_t nWait) {
-    std::unique_lock lock(_mutex);
-    const bool bSet = _changed.wait_for(lock, std::chrono::milliseconds(nWait), [this] { return _bSet; });
+    const MutexLock lock(_mutex);
+    std::unique_lock native(_mutex.Native(), std::adopt_lock);
+    const bool bSet = _changed.wait_for(native, std::chrono::milliseconds(nWait),
+                                        [this]() REQUIRES(_mutex) { return _bSet; });
+    native.release();
     _bSet = false;
     return bSet;
 }
