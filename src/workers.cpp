@@ -11,6 +11,10 @@ namespace {
 // How long Close sleeps at a time, in milliseconds, unless a worker ends.
 constexpr uint32_t kCloseLook = 100;
 
+// Threads at a time. Only one of them fetches, and those of one Frame deliver one after the other: more would only wait,
+// with what they have fetched in hand.
+constexpr int kMaxThreads = 16;
+
 // Set for the life of each thread that the library has started.
 thread_local bool t_bOwnThread = false;
 
@@ -72,8 +76,8 @@ void WorkerRegistry::Close() {
     BeginClose();
     Lock lock(_mutex);
     // Running workers take over those that wait for a thread; without any they end here.
-    while (_lpStranded && !_nRunning) {
-        Worker *lpWorker = TakeStranded();
+    while (_lpLongest && !_nRunning) {
+        Worker *lpWorker = TakeWaiting();
         lock.unlock();
         lpWorker->lpResource->OnCancelled();
         Leave(lpWorker);
@@ -101,14 +105,14 @@ void WorkerRegistry::Start(Resource *lpResource) {
         ++(lpResource->IsDocument() ? _counts.pages_running : _counts.images_running);
         lpResource->_lpWorker = lpWorker;
         if (!Launch(lpWorker))
-            Link(_lpStranded, lpWorker);
+            Await(lpWorker);
     }
     Reap();
 }
 
 // Under the lock, so that the new thread does not find its entry unlinked.
 bool WorkerRegistry::Launch(Worker *lpWorker) {
-    if (!lpWorker->thread.Start(Run, lpWorker))
+    if (_nRunning == kMaxThreads || !lpWorker->thread.Start(Run, lpWorker))
         return false;
     Link(_lpRunning, lpWorker);
     ++_nRunning;
@@ -131,8 +135,8 @@ void WorkerRegistry::Serve(Worker *lpWorker) {
 // left waiting for a worker that has just looked.
 bool WorkerRegistry::Continue(Worker *lpWorker) {
     Lock lock(_mutex);
-    if (_lpStranded) {
-        Worker *lpWaiting = TakeStranded();
+    if (_lpLongest) {
+        Worker *lpWaiting = TakeWaiting();
         lpWorker->lpResource = lpWaiting->lpResource;
         lpWorker->bCounted = lpWaiting->bCounted;
         lpWorker->lpResource->_lpWorker = lpWorker;
@@ -146,17 +150,25 @@ bool WorkerRegistry::Continue(Worker *lpWorker) {
     return false;
 }
 
-Worker *WorkerRegistry::TakeStranded() {
-    Worker *lpWorker = _lpStranded;
-    Unlink(_lpStranded, lpWorker);
+void WorkerRegistry::Await(Worker *lpWorker) {
+    Link(_lpWaiting, lpWorker);
+    if (!_lpLongest)
+        _lpLongest = lpWorker;
+}
+
+// The one that has waited longest.
+Worker *WorkerRegistry::TakeWaiting() {
+    Worker *lpWorker = _lpLongest;
+    _lpLongest = lpWorker->lpPrev;
+    Unlink(_lpWaiting, lpWorker);
     return lpWorker;
 }
 
 void WorkerRegistry::RunStranded() {
     t_bOwnThread = true;
     Lock lock(_mutex);
-    while (_lpStranded && !_nRunning) {
-        Worker *lpWorker = TakeStranded();
+    while (_lpLongest && !_nRunning) {
+        Worker *lpWorker = TakeWaiting();
         if (Launch(lpWorker))
             return;
         lock.unlock();
@@ -252,7 +264,7 @@ void WorkerRegistry::Reap() {
 
 // Cancels everything that is started for lpFrame or below it; null means everything.
 void WorkerRegistry::CancelBelow(const Frame *lpFrame) {
-    for (Worker *lpFirst : {_lpRunning, _lpStranded}) {
+    for (Worker *lpFirst : {_lpRunning, _lpWaiting}) {
         for (Worker *lpWorker = lpFirst; lpWorker; lpWorker = lpWorker->lpNext) {
             Resource *lpResource = lpWorker->lpResource;
             if (lpResource && (!lpFrame || IsWithin(lpResource->_lpFrame, lpFrame)))

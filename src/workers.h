@@ -34,8 +34,8 @@ class WorkerRegistry {
     // The same, and returns when every worker has ended. On the host's thread, with no lock held but the export lock.
     void Close() EXCLUDES(_mutex);
 
-    // Starts a worker for lpResource. If the system gives no thread, the Resource waits for a worker that
-    // ends, or for RunStranded.
+    // Starts a worker for lpResource. If there are enough threads, or the system gives no further one, the Resource
+    // waits for a worker that ends, or for RunStranded.
     void Start(Resource *lpResource);
     // Takes care of Resources that wait for a thread while no worker runs that could take them over: tries
     // again, and ends them as failed fetches if there is still none. On the timer's thread.
@@ -65,14 +65,16 @@ class WorkerRegistry {
     void Serve(Worker *lpWorker);
     bool Continue(Worker *lpWorker);
     bool Launch(Worker *lpWorker) REQUIRES(_mutex);
-    Worker *TakeStranded() REQUIRES(_mutex);
+    void Await(Worker *lpWorker) REQUIRES(_mutex);
+    Worker *TakeWaiting() REQUIRES(_mutex);
     void Leave(Worker *lpWorker) EXCLUDES(_mutex);
     void Reap() EXCLUDES(_mutex);
     void Count(Resource *lpResource, int nStep) REQUIRES(_mutex);
     void CancelBelow(const Frame *lpFrame) REQUIRES(_mutex);
 
     Worker *_lpRunning GUARDED_BY(_mutex) = nullptr;   // with a thread, or being served by one
-    Worker *_lpStranded GUARDED_BY(_mutex) = nullptr;  // waiting for a thread
+    Worker *_lpWaiting GUARDED_BY(_mutex) = nullptr;   // for a thread; the one that came first at the end
+    Worker *_lpLongest GUARDED_BY(_mutex) = nullptr;   // that end
     Worker *_lpEnded GUARDED_BY(_mutex) = nullptr;     // to be joined
     int _nRunning GUARDED_BY(_mutex) = 0;
     int _nRetired GUARDED_BY(_mutex) = 0;
