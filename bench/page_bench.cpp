@@ -68,6 +68,43 @@ void PagePaint(benchmark::State &state) {
 }
 BENCHMARK(PagePaint)->Apply(Sizes);
 
+// --- A long page, looked at in one place
+// -------------------------------------------------------------------------
+
+// A page of nItems, every second one a link, that the MainFrame shows.
+void ShowLinks(int64_t nItems) {
+    std::string strHTML;
+    for (int64_t i = 0; i < nItems / 2; ++i)
+        strHTML += "<A HREF=x>link</A> text <X>";
+    const std::scoped_lock lock(g_lpMainFrame->_hPaintMutex, g_lpMainFrame->_hPageMutex);
+    g_lpMainFrame->SetPage(NewPage(strHTML).release());
+}
+
+// The pointer jumps from one item to another in every turn.
+void MouseMove(benchmark::State &state) {
+    BenchEngine engine;
+    ShowLinks(state.range(0));
+    tessel_Render(engine.Buffer());
+    uint16_t x = 0;
+    for (auto _ : state)
+        tessel_OnMouseMove(x = static_cast<uint16_t>(500 - x), 300);
+}
+BENCHMARK(MouseMove)->Arg(1'000)->Arg(100'000)->Unit(benchmark::kMicrosecond);
+
+// The focus steps on, and what has changed is painted.
+void RepaintOfFocus(benchmark::State &state) {
+    BenchEngine engine;
+    ShowLinks(state.range(0));
+    tessel_Render(engine.Buffer());
+    for (auto _ : state) {
+        state.PauseTiming();
+        tessel_OnKeyDown(9);
+        state.ResumeTiming();
+        tessel_Render(engine.Buffer());
+    }
+}
+BENCHMARK(RepaintOfFocus)->Arg(1'000)->Arg(100'000)->Iterations(100)->Unit(benchmark::kMicrosecond);
+
 // --- One paragraph without an end
 // -------------------------------------------------------------------------------------
 
@@ -151,6 +188,7 @@ constexpr WorstCase kWorstCases[] = {
     {"OpenLink", "", "<A HREF=x>", "", 100'000},
     {"OpenLinkText", "", "<A HREF=x>a", "</A>b", 100'000},
     {"OpenQuote", "", "<A HREF=\"", "", 111'111},
+    {"OneWord", "", "a", "", 1'000'000},
     {"OpenQuoteTag", "", "<A HREF=\">", "", 100'000},
     {"OneLetterWords", "", "a ", "", 500'000},
     {"OneLetterTexts", "", "a<X>", "", 250'000},

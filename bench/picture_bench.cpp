@@ -141,23 +141,15 @@ constexpr Sample kSamples[] = {
     {"morning.jpg", DecodeJPEG}, {"noon.bmp", DecodeBMP}, {"dusk.tga", DecodeTGA}, {"lily.pcx", DecodePCX}};
 constexpr int kSampleCount = sizeof kSamples / sizeof *kSamples;
 
-// Copies of the samples in a folder that is the current one as long as the object lives, and a page that shows
-// nPictures of them.
-class Album {
+// A folder that is the current one as long as the object lives.
+class Folder {
   public:
-    explicit Album(int nPictures) {
+    Folder() {
         char szFolder[] = "/tmp/tessel-bench-XXXXXX";
         _folder = mkdtemp(szFolder);
         std::filesystem::current_path(_folder);
-        std::ofstream page("page.html");
-        for (int i = 0; i < nPictures; ++i) {
-            const std::filesystem::path from = kSamples[i % kSampleCount].lpszName;
-            const std::string strName = std::to_string(i) + from.extension().string();
-            std::filesystem::copy_file(std::filesystem::path(TESSEL_PAGES) / from, strName);
-            page << "<IMG SRC=" << strName << ">\n";
-        }
     }
-    ~Album() {
+    ~Folder() {
         std::filesystem::current_path("/");
         std::filesystem::remove_all(_folder);
     }
@@ -166,16 +158,29 @@ class Album {
     std::filesystem::path _folder;
 };
 
-void PicturesLoad(benchmark::State &state) {
-    const int nPictures = static_cast<int>(state.range(0));
-    const BenchEngine engine;
-    const Album album(nPictures);
+// Has the library load page.html, which shows it all, again and again.
+void LoadPage(benchmark::State &state, const std::string &strHTML) {
+    BenchEngine engine;
+    std::ofstream("page.html") << strHTML;
     for (auto _ : state) {
         tessel_OpenURL("page.html");
         while (Workers().CountWorkers())
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        tessel_Render(engine.Buffer());
     }
-    state.SetItemsProcessed(nPictures * state.iterations());
+}
+
+void PicturesLoad(benchmark::State &state) {
+    const Folder folder;
+    std::string strHTML;
+    for (int64_t i = 0; i < state.range(0); ++i) {
+        const std::filesystem::path from = kSamples[i % kSampleCount].lpszName;
+        const std::string strName = std::to_string(i) + from.extension().string();
+        std::filesystem::copy_file(std::filesystem::path(TESSEL_PAGES) / from, strName);
+        strHTML += "<IMG SRC=" + strName + ">\n";
+    }
+    LoadPage(state, strHTML);
+    state.SetItemsProcessed(state.range(0) * state.iterations());
 }
 BENCHMARK(PicturesLoad)
     ->Arg(125)
@@ -206,5 +211,35 @@ void PicturesDecode(benchmark::State &state) {
     state.SetItemsProcessed(nPictures * state.iterations());
 }
 BENCHMARK(PicturesDecode)->Arg(500)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+
+// --- Pages that ask for much
+// ------------------------------------------------------------------------------------------
+
+// At n and 2n, to be read as a ratio, which is 2 where the time grows as the document does. There is a limit to the
+// Frames that are made.
+void MissingPicturesLoad(benchmark::State &state) {
+    const Folder folder;
+    std::string strHTML;
+    for (int64_t i = 0; i < state.range(0); ++i)
+        strHTML += "<IMG SRC=" + std::to_string(i) + ".bmp>";
+    LoadPage(state, strHTML);
+}
+BENCHMARK(MissingPicturesLoad)->Arg(10'000)->Arg(20'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void FrameTagsLoad(benchmark::State &state) {
+    const Folder folder;
+    std::ofstream("frame.html") << "a frame";
+    std::string strHTML = "<FRAMESET COLS=*>";
+    for (int64_t i = 0; i < state.range(0); ++i)
+        strHTML += "<FRAME SRC=frame.html>";
+    LoadPage(state, strHTML);
+}
+BENCHMARK(FrameTagsLoad)->Arg(1'000)->Arg(2'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void OwnFramesetLoad(benchmark::State &state) {
+    const Folder folder;
+    LoadPage(state, "<FRAMESET COLS=50%,50%><FRAME SRC=page.html><FRAME SRC=page.html></FRAMESET>");
+}
+BENCHMARK(OwnFramesetLoad)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

@@ -97,6 +97,10 @@ Size Frame::VisibleSize() const {
 void Frame::Render(uint32_t *lpBuffer) {
     const platform::MutexLock lock(_hPaintMutex);
     if (Page *lpPage = PageToPaint()) {
+        if (lpPage->IsLayoutDue()) {
+            const platform::MutexLock page(_hPageMutex);
+            lpPage->EnsureLayout();
+        }
         lpPage->Render(lpBuffer);
         return;
     }
@@ -118,6 +122,18 @@ void Frame::Invalidate() {
 // --- Events
 // -----------------------------------------------------------------------------------------------------------
 
+// An event must meet the items where the host will see them. False if somebody delivers or paints at this moment.
+bool Frame::LayOutForEvent() {
+    Page *lpPage = PageForEvents();
+    if (!lpPage || !lpPage->IsLayoutDue())
+        return true;
+    if (!_hPaintMutex.try_lock())
+        return false;
+    const platform::MutexLock lock(_hPaintMutex, std::adopt_lock);
+    lpPage->EnsureLayout();
+    return true;
+}
+
 // Hands an event to the Page, or to the child Frames by way of Element. A Frame that is busy drops it. The
 // host is told once the outermost Frame has let go of its mutex, since it may call back at once.
 template <class Operation>
@@ -127,6 +143,8 @@ int Frame::Dispatch(Operation operation) {
         if (!_hPageMutex.try_lock())
             return 0;
         const platform::MutexLock lock(_hPageMutex, std::adopt_lock);
+        if (!LayOutForEvent())
+            return 0;
         ++nDepth;
         if (operation(PageForEvents()))
             g_lpMainFrame->_bNotify = true;
@@ -365,7 +383,7 @@ void Frame::OnResourceDone(Resource *lpResource) {
         const platform::MutexLock page(_hPageMutex);
         lpResource->OnData();
         if (_lpPage)
-            _lpPage->Relayout();
+            _lpPage->OnArrival(lpResource);
     }
     Workers().CountEnd(lpResource);
     NotifyHost();

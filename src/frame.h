@@ -140,6 +140,7 @@ class Frame : public Element {
     // One of the two mutexes is enough to read what is written with both.
     Page *PageToPaint() const REQUIRES(_hPaintMutex) NO_THREAD_SAFETY_ANALYSIS { return _lpPage; }
     Page *PageForEvents() const REQUIRES(_hPageMutex) NO_THREAD_SAFETY_ANALYSIS { return _lpPage; }
+    bool LayOutForEvent() REQUIRES(_hPageMutex);
     void RememberURL(const char *lpszURL) REQUIRES(_hLoadMutex);
     void StepHistory(List<char> *List<char>::*lpStep);
     char *CopyDueURL(uint32_t dwTime, bool bTake);

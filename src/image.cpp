@@ -125,6 +125,7 @@ void Image::OnData() {
         LoadResourceBitmap(ICON_BROKEN);
     _bDone = 1;
     if (_lpCell) {
+        _lpCell->_lpTable->Unsettle();
         _lpCell->_nMinWidth = std::max(_lpCell->_nMinWidth, _rc.w);
         _lpCell->_nMinHeight = std::max(_lpCell->_nMinHeight, _rc.h);
     }

@@ -6,12 +6,17 @@
 #include "layout.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "frame.h"
 #include "page.h"
 #include "table.h"
 
 namespace {
+
+// A picture that comes pays for the layout of so many items. What it takes to lay a page out again and again then grows
+// with the number of its pictures, however many items it has.
+constexpr int64_t kItemsPerArrival = 128;
 
 // The running state of one pass.
 struct Pass {
@@ -126,10 +131,40 @@ Line *AddFlowLine(Page *lpPage, const Line *lpLine) {
 }
 
 void Page::Relayout() {
+    ShareWidths();
+    PlaceItems();
+    AddDirtyRect(0, 0, 0, 0);
+}
+
+// Widths are shared out with every arrival, since what the columns get depends on how often that is done.
+void Page::OnArrival(const Resource *lpResource) {
+    if (lpResource->_lpHolder == this && !lpResource->IsDocument())
+        --_nAwaited;
+    ShareWidths();
+    AddDirtyRect(0, 0, 0, 0);
+    _bLayoutDue = true;
+    _nCredit += kItemsPerArrival;
+    if (_nAwaited <= 0 || _nCredit >= _nChildren)
+        EnsureLayout();
+}
+
+void Page::EnsureLayout() {
+    if (_bLayoutDue)
+        PlaceItems();
+}
+
+void Page::ShareWidths() {
+    std::erase_if(_aUnsettled, [](Table *lpTable) {
+        lpTable->DistributeWidths();
+        return lpTable->_bSettled;
+    });
+}
+
+void Page::PlaceItems() {
+    _bLayoutDue = false;
+    _nCredit = 0;
     // From here on the pieces of the last pass are gone; each Text forgets its own when it is placed.
     _pieceArena.Clear();
-    for (List<Table> *lpNode = _lpTables; lpNode; lpNode = lpNode->lpNext)
-        lpNode->lpData->DistributeWidths();
     Pass pass;
     for (List<Line> *lpNode = _lpFirstLine; lpNode; lpNode = lpNode->lpPrev) {
         const Line *lpSource = lpNode->lpData;
@@ -149,7 +184,6 @@ void Page::Relayout() {
         _flowArena.Clear();
     }
     _index.Build(_lpChildren);
-    AddDirtyRect(0, 0, 0, 0);
 }
 
 // A table is moved as a block: by the same amount on each of its Lines, whatever stands in them.

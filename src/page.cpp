@@ -38,6 +38,7 @@ Page::~Page() {
 void Page::AddChild(Element *lpChild) {
     List_Prepend(_lpChildren, lpChild, _arena);
     _index.Drop();
+    ++_nChildren;
 }
 
 void Page::Render(uint32_t *lpBuffer) {
@@ -111,8 +112,10 @@ void Page::OnData() {
         lpNode = _lpFetches;
     }
     // The list has stopped growing, so that it can be walked without its lock.
-    for (; lpNode; lpNode = lpNode->lpNext)
+    for (; lpNode; lpNode = lpNode->lpNext) {
+        ++_nAwaited;
         _lpFrame->Fetch(lpNode->lpData);
+    }
     _lpFrame->SetPage(this);
 }
 

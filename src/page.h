@@ -6,6 +6,8 @@
 // WorkerRegistry::Retire.
 #pragma once
 
+#include <vector>
+
 #include "arena.h"
 #include "element.h"
 #include "itemindex.h"
@@ -68,6 +70,12 @@ class Page : public Element, public Resource {
     // mutex held.
     void Relayout();
     void AlignLines();
+    // Lays out after lpResource has come, or, where layouts follow too close on each other, leaves that to EnsureLayout
+    // or to a later arrival, at last to that of the last picture. With paint and page mutex held.
+    void OnArrival(const Resource *lpResource);
+    // Does a layout that was put off. Before anybody looks at the items. The same.
+    void EnsureLayout();
+    bool IsLayoutDue() const { return _bLayoutDue; }
     // Adds to what must be repainted; four zeros mean the whole Page. On any thread.
     void AddDirtyRect(int x, int y, int w, int h);
 
@@ -79,6 +87,8 @@ class Page : public Element, public Resource {
     Arena _flowArena;
     // Written with paint and page mutex held, but for the marks, which are the host's thread's.
     ItemIndex _index;
+    // The tables whose widths the next layout may change. Not owned.
+    std::vector<Table *> _aUnsettled;
     // The part of the Page that can be painted: what lies in the buffer. Set by Render, for the items.
     Size _szVisible;
     // The node of the document's first Line, so that a layout need not look for it.
@@ -92,6 +102,14 @@ class Page : public Element, public Resource {
 
   private:
     void RenderChildren(const Rect &rcDirty, uint32_t *lpBuffer);
+    void ShareWidths();
+    void PlaceItems();
 
+    int _nChildren = 0;
+    // Pictures that have not come.
+    int _nAwaited = 0;
+    // How many items the arrivals since the last layout have paid for; the first need not.
+    int64_t _nCredit = INT32_MAX;
+    bool _bLayoutDue = false;
     platform::Mutex _hDirtyMutex;
 };

@@ -34,7 +34,9 @@ void EndOpenCell(Page *lpPage) {
 
 }  // namespace
 
-Table::Table(Page *lpPage) : _lpPage(lpPage) {}
+Table::Table(Page *lpPage) : _lpPage(lpPage) {
+    Unsettle();
+}
 
 Table::~Table() {
     List_Destroy(_lpCols);
@@ -45,6 +47,7 @@ void Table::AddColumn(int nWidth, int nHeight, uint8_t bAlign) {
     lpCell->_nWantWidth = std::max(nWidth, 0);
     lpCell->_nWantHeight = std::max(nHeight, 0);
     lpCell->_bAlign = bAlign;
+    lpCell->_lpTable = this;
     lpllCurCol = List_Prepend(_lpCols, lpCell);
     if (!lpllCurCol->lpNext)
         _lpFirstCol = lpllCurCol;
@@ -67,17 +70,29 @@ void Table::EndCell() {
 void Table::DistributeWidths() {
     int32_t nTotal = 0;
     int nColumns = 0;
+    _bSettled = true;
     for (List<TableCell> *lpNode = _lpCols; lpNode; lpNode = lpNode->lpNext, ++nColumns) {
         TableCell *lpCell = lpNode->lpData;
-        lpCell->_nWidth = std::max(lpCell->_nWidth, lpCell->_nMinWidth);
+        if (lpCell->_nWidth < lpCell->_nMinWidth) {
+            lpCell->_nWidth = lpCell->_nMinWidth;
+            _bSettled = false;
+        }
         nTotal = AddLengths(nTotal, lpCell->_nWidth);
     }
     const int32_t nExcess = nTotal - _lpPage->_rc.w;
+    int32_t nChange = 0;
     if (nExcess > 0)
-        nTotal -= Shrink(nExcess, nColumns);
+        nChange = -Shrink(nExcess, nColumns);
     else if (nExcess < 0)
-        nTotal += Grow(-nExcess, nColumns);
-    _nWidth = nTotal;
+        nChange = Grow(-nExcess, nColumns);
+    _nWidth = nTotal + nChange;
+    _bSettled = _bSettled && nChange == 0;
+}
+
+void Table::Unsettle() {
+    if (_bSettled)
+        _lpPage->_aUnsettled.push_back(this);
+    _bSettled = false;
 }
 
 // Every column gives an equal share of what is still too much, as far as its minimum lets it. Returns what

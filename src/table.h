@@ -14,6 +14,8 @@ class Page;
 // No column is ever narrower.
 inline constexpr int kMinColumnWidth = 50;
 
+class Table;
+
 // One column. Widths and heights in pixels.
 struct TableCell {
     int32_t _nMaxWidth = 0;  // the widest finished row: what the column would like to have
@@ -24,6 +26,7 @@ struct TableCell {
     int32_t _nWantHeight = 0;  // 0 = none
     int32_t _nRowWidth = 0;    // widths of the items since the row began
     uint8_t _bAlign = 0;
+    Table *_lpTable = nullptr;  // whose column it is
 };
 
 class Table {
@@ -49,8 +52,14 @@ class Table {
     // Shares out the width of the Page among the columns.
     void DistributeWidths();
 
+    // A column needs more than it had.
+    void Unsettle();
+
     // The node of the first column, or null: where each row starts.
     List<TableCell> *_lpFirstCol = nullptr;
+    // The last DistributeWidths has changed nothing, and neither would the next. Else it is among the unsettled of its
+    // Page.
+    bool _bSettled = true;
 
   private:
     int32_t Shrink(int32_t nExcess, int nColumns);

@@ -72,10 +72,10 @@ class WorkerRegistry {
     void Count(Resource *lpResource, int nStep) REQUIRES(_mutex);
     void CancelBelow(const Frame *lpFrame) REQUIRES(_mutex);
 
-    Worker *_lpRunning GUARDED_BY(_mutex) = nullptr;   // with a thread, or being served by one
-    Worker *_lpWaiting GUARDED_BY(_mutex) = nullptr;   // for a thread; the one that came first at the end
-    Worker *_lpLongest GUARDED_BY(_mutex) = nullptr;   // that end
-    Worker *_lpEnded GUARDED_BY(_mutex) = nullptr;     // to be joined
+    Worker *_lpRunning GUARDED_BY(_mutex) = nullptr;  // with a thread, or being served by one
+    Worker *_lpWaiting GUARDED_BY(_mutex) = nullptr;  // for a thread; the one that came first at the end
+    Worker *_lpLongest GUARDED_BY(_mutex) = nullptr;  // that end
+    Worker *_lpEnded GUARDED_BY(_mutex) = nullptr;    // to be joined
     int _nRunning GUARDED_BY(_mutex) = 0;
     int _nRetired GUARDED_BY(_mutex) = 0;
     bool _bClosing GUARDED_BY(_mutex) = true;
