@@ -95,6 +95,7 @@ void Page::Cancel() {
 void Page::AddFetch(Resource *lpResource) {
     const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
     List_Prepend(_lpFetches, lpResource);
+    ++_nAwaited;
 }
 
 void Page::OnData() {
@@ -112,10 +113,8 @@ void Page::OnData() {
         lpNode = _lpFetches;
     }
     // The list has stopped growing, so that it can be walked without its lock.
-    for (; lpNode; lpNode = lpNode->lpNext) {
-        ++_nAwaited;
+    for (; lpNode; lpNode = lpNode->lpNext)
         _lpFrame->Fetch(lpNode->lpData);
-    }
     _lpFrame->SetPage(this);
 }
 

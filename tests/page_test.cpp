@@ -110,8 +110,8 @@ TEST_F(PageTest, AColumnThatAsksForLessThanNothingAsksForNothing) {
     EXPECT_TRUE(lpCell->_nWantWidth == 0 && lpCell->_nWantHeight == 0 && lpCell->_bAlign == ALIGN_RIGHT);
 }
 
-// One layout for each arrival, one look at each item in a layout: work that grows as the page does, and no faster.
-TEST_F(PageTest, FiveHundredPicturesCostOneLayoutEach) {
+// Arrivals share layouts, so that work grows as the page does, and no faster. The host hears of each all the same.
+TEST_F(PageTest, FiveHundredPicturesShareLayouts) {
     WriteFile("red.tga", RedTGA(20, 10));
     std::string strHTML;
     for (int i = 0; i < 500; ++i)
@@ -130,8 +130,33 @@ TEST_F(PageTest, FiveHundredPicturesCostOneLayoutEach) {
             g_lpMainFrame->Fetch(lpNode->lpData);
     }
     ASSERT_TRUE(WaitForWorkers());
-    EXPECT_TRUE(lpLast->nPlaced == 500 && s_nCallbacks == 500) << lpLast->nPlaced << " " << s_nCallbacks;
+    EXPECT_TRUE(lpLast->nPlaced > 100 && lpLast->nPlaced < 150 && s_nCallbacks == 500)
+        << lpLast->nPlaced << " " << s_nCallbacks;
     EXPECT_EQ(lpLast->_rc, Rect(500 % 19 * 20, 500 / 19 * 10, 0, 0));
+}
+
+// Painting and the mouse meet the items where they belong.
+TEST_F(PageTest, ALayoutThatWasPutOffIsDoneForWhoeverLooks) {
+    for (const bool bMouse : {false, true}) {
+        Page *lpPage = NewPage();
+        std::string strHTML = "<IMG SRC=a.bmp><IMG SRC=b.bmp>";
+        for (int i = 0; i < 200; ++i)
+            strHTML += "x<X>";
+        lpPage->ParseHTML(strHTML.data(), static_cast<int>(strHTML.size()));
+        Image *lpSecond = static_cast<Image *>(lpPage->_lpFetches->lpData);
+        Image *lpFirst = static_cast<Image *>(lpPage->_lpFetches->lpNext->lpData);
+        {
+            std::scoped_lock lock(g_lpMainFrame->_hPaintMutex, g_lpMainFrame->_hPageMutex);
+            g_lpMainFrame->SetPage(lpPage);
+            lpPage->Relayout();
+            lpFirst->OnData();
+            lpPage->OnArrival(lpFirst);
+        }
+        EXPECT_TRUE(lpPage->IsLayoutDue() && lpSecond->_rc.x == 26);
+        bMouse ? (void)tessel_OnMouseMove(1, 1) : (void)tessel_Render(Buffer());
+        EXPECT_TRUE(!lpPage->IsLayoutDue() && lpSecond->_rc.x == lpFirst->_rc.w && lpFirst->_rc.w == 28)
+            << bMouse;
+    }
 }
 
 TEST_F(PageTest, ARefreshFiresInRealTime) {
