@@ -141,9 +141,13 @@ void gfx_Rect(uint32_t dwColor, int x, int y, int w, int h, uint32_t *lpBuffer) 
 void gfx_FillRect(uint32_t dwColor, int x, int y, int w, int h, uint32_t *lpBuffer) {
     if (w < 1 || h < 1)
         return;
-    uint32_t *lpRow = PixelAt(lpBuffer, x, y);
-    for (int nRow = 0; nRow < h; ++nRow, lpRow += g_nBufferWidth)
-        FillSpan(lpRow, w, dwColor);
+    // The C library copies with the widest vectors that the processor has, which no loop of ours may count on, and the
+    // first row stays in the nearest cache.
+    uint32_t *lpFirst = PixelAt(lpBuffer, x, y);
+    FillSpan(lpFirst, w, dwColor);
+    uint32_t *lpRow = lpFirst;
+    for (int nRow = 1; nRow < h; ++nRow)
+        std::copy_n(lpFirst, w, lpRow += g_nBufferWidth);
 }
 
 void gfx_TextOut(const char *lpsz, const CharInfo *lpCharInfo, uint32_t dwColor, int x, int y, int nClipW,
