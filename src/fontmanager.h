@@ -10,9 +10,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include "glyphcache.h"
 #include "list.h"
@@ -102,8 +102,8 @@ class FontManager {
     Font *Keep(Font *lpFont, const std::string &strKey);
 
     // For each face, size and style the newest record of _lpFonts, so that a page that changes colours ten
-    // thousand times does not walk them all.
-    std::unordered_map<std::string, Font *> _newest;
+    // thousand times does not walk them all. In small pieces: an array would grow with the page.
+    std::map<std::string, Font *> _newest;
     int _nSets = 0;
     // The answer of CurrentFont as long as nothing has changed.
     Font *_lpCurrent = nullptr;
