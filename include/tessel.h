@@ -66,7 +66,8 @@ typedef void (*tessel_Callback)(int nArgument);
 /* Starts the library: fonts, and the timer behind pages that refresh themselves.
  * window         any pointer but NULL; the library never looks behind it.
  * width, height  the size of the picture in pixels, both above 0. It holds until tessel_ShutDown.
- * Returns 1, or 0 if an argument is out of range or the library already runs; nothing has changed then.
+ * Returns 1, or 0 if an argument is out of range, the library already runs, or the system has no memory or thread for it;
+ * nothing has changed then.
  * Thread: the host's. Calls nothing back. */
 TESSEL_API int tessel_Init(void *window, int width, int height);
 

@@ -5,9 +5,10 @@
 
 namespace {
 
-// Chunks double, so that a small document takes little and a large one few.
-constexpr size_t kFirstChunk = 4096;
-constexpr size_t kLargestChunk = 256 * 1024;
+// Chunks double, so that a small document takes little. They stay as small as what the library takes without asking
+// whether it is there.
+constexpr size_t kFirstChunk = 1024;
+constexpr size_t kLargestChunk = 8 * 1024 - 64;
 
 // Where the sanitizer watches memory, each piece is a chunk of its own: what reaches beyond it, or comes too late, is seen.
 #if defined(__has_feature)

@@ -8,6 +8,7 @@
 #include "gfx.h"
 #include "mainframe.h"
 #include "page.h"
+#include "textbuilder.h"
 #include "types.h"
 
 namespace {
@@ -44,10 +45,9 @@ void FormControl::PlaceInLine(Line **lppLine, int nLeft, int *lpnUsed, int *lpnL
     PlaceBox(this, lppLine, nLeft, lpnUsed, lpnLineHeight, lpPen, lpnWidth);
 }
 
-void FormControl::AppendQuery(std::string *lpstrQuery) const {
-    if (!_lpszName)
-        return;
-    lpstrQuery->append(_lpszName).append("=").append(_lpszValue ? _lpszValue : "").append("&");
+void FormControl::AppendQuery(TextBuilder *lpQuery) const {
+    if (_lpszName)
+        lpQuery->Append(_lpszName).Append("=").Append(_lpszValue ? _lpszValue : "").Append("&");
 }
 
 int HiddenInput::HitTest(int, int) {

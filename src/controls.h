@@ -3,11 +3,10 @@
 // document changes.
 #pragma once
 
-#include <string>
-
 #include "layout.h"
 
 class Form;
+class TextBuilder;
 
 class FormControl : public PageItem {
   public:
@@ -24,7 +23,7 @@ class FormControl : public PageItem {
                      int *lpnWidth) override;
 
     // Appends "name=value&", as the bytes are; nothing for a control without a name.
-    void AppendQuery(std::string *lpstrQuery) const;
+    void AppendQuery(TextBuilder *lpQuery) const;
 };
 
 // Takes no place: its rectangle stays all zero.

@@ -89,18 +89,12 @@ Font *FontManager::Keep(Font *lpFont) {
     return lpFont;
 }
 
-bool FontManager::Key::operator==(const Key &other) const {
-    return bSize == other.bSize && wStyle == other.wStyle && EqualsNoCase(lpszFace, other.lpszFace);
-}
-
-// FNV-1a over the face in small letters.
-size_t FontManager::KeyHash::operator()(const Key &key) const {
-    uint64_t qwHash = 0xCBF29CE484222325 ^ key.bSize ^ static_cast<uint64_t>(key.wStyle) << 8;
-    for (const char *lpsz = key.lpszFace; *lpsz; ++lpsz) {
-        const char c = *lpsz >= 'A' && *lpsz <= 'Z' ? static_cast<char>(*lpsz + ('a' - 'A')) : *lpsz;
-        qwHash = (qwHash ^ static_cast<uint8_t>(c)) * 0x100000001B3;
-    }
-    return static_cast<size_t>(qwHash);
+bool FontManager::Key::operator<(const Key &other) const {
+    if (bSize != other.bSize)
+        return bSize < other.bSize;
+    if (wStyle != other.wStyle)
+        return wStyle < other.wStyle;
+    return CompareNoCase(lpszFace, other.lpszFace) < 0;
 }
 
 Font *FontManager::CloneFont(const Font *lpFont) {

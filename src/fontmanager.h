@@ -10,8 +10,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
-#include <unordered_map>
 
 #include "glyphcache.h"
 #include "list.h"
@@ -104,17 +104,15 @@ class FontManager {
         uint8_t bSize;
         uint16_t wStyle;
 
-        bool operator==(const Key &other) const;
-    };
-    struct KeyHash {
-        size_t operator()(const Key &key) const;
+        bool operator<(const Key &other) const;
     };
 
     Font *Keep(Font *lpFont);
 
     // The newest record of _lpFonts for each face, size and style, so that a page that changes colours ten
-    // thousand times does not walk them all. The faces belong to records.
-    std::unordered_map<Key, Font *, KeyHash> _newest;
+    // thousand times does not walk them all. The faces belong to records. In small pieces: an array would grow with the
+    // page.
+    std::map<Key, Font *> _newest;
     int _nSets = 0;
     // The answer of CurrentFont as long as nothing has changed.
     Font *_lpCurrent = nullptr;

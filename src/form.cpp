@@ -1,13 +1,13 @@
 #include "form.h"
 
 #include <algorithm>
-#include <string>
 
 #include "controls.h"
 #include "frame.h"
 #include "page.h"
 #include "resource.h"
 #include "table.h"
+#include "textbuilder.h"
 #include "textinput.h"
 #include "types.h"
 
@@ -71,13 +71,16 @@ Form::~Form() {
     delete[] _lpszAction;
 }
 
-// The last character goes: the '&' behind the last pair, or the '?' if there is none.
+// The last character goes: the '&' behind the last pair, or the '?' if there is none. What there is no memory for is not
+// sent.
 void Form::Submit() {
-    std::string strURL = std::string(_lpszAction) + "?";
+    TextBuilder url;
+    url.Append(_lpszAction).Append("?");
     for (const List<FormControl> *lpNode = _lpControls; lpNode; lpNode = lpNode->lpNext)
-        lpNode->lpData->AppendQuery(&strURL);
-    strURL.pop_back();
-    _lpPage->_lpFrame->OpenURL(strURL.c_str(), 1, _bMethod);
+        lpNode->lpData->AppendQuery(&url);
+    url.CutLast();
+    if (url.Text())
+        _lpPage->_lpFrame->OpenURL(url.Text(), 1, _bMethod);
 }
 
 // A FORM without an action is none: whatever form is open stays open. One inside another takes over from it.

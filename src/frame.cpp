@@ -48,9 +48,16 @@ bool NeedsLookup(const char *lpszURL) {
 void SetParts(Resource *lpResource, const char *lpszHost, const char *lpszPath, const char *lpszQuery) {
     if (lpszHost && strlen(lpszHost) >= kHostSize)
         return;
-    lpResource->_lpszHost = StrDup(lpszHost);
-    lpResource->_lpszPath = StrDup(lpszPath);
-    lpResource->_lpszQuery = StrDup(lpszQuery);
+    char *aszParts[] = {StrTryDup(lpszHost), StrTryDup(lpszPath), StrTryDup(lpszQuery)};
+    // All or none, so that never a part is fetched instead of the whole.
+    if ((lpszHost && !aszParts[0]) || (lpszPath && !aszParts[1]) || (lpszQuery && !aszParts[2])) {
+        for (const char *lpszPart : aszParts)
+            delete[] lpszPart;
+        return;
+    }
+    lpResource->_lpszHost = aszParts[0];
+    lpResource->_lpszPath = aszParts[1];
+    lpResource->_lpszQuery = aszParts[2];
 }
 
 }  // namespace
@@ -248,11 +255,12 @@ void Frame::OpenURL(const char *lpszURL, int bHistory, uint16_t wMethod) {
     Fetch(_lpNextPage);
 }
 
-// A visit after going back forgets the way forward.
+// A visit after going back forgets the way forward. One that there is no memory for is left out.
 void Frame::RememberURL(const char *lpszURL) {
     while (_lpHistoryCur && _lpHistory != _lpHistoryCur)
         delete[] List_TakeHead(_lpHistory);
-    _lpHistoryCur = List_Prepend(_lpHistory, StrDup(lpszURL));
+    if (char *lpszCopy = StrTryDup(lpszURL))
+        _lpHistoryCur = List_Prepend(_lpHistory, lpszCopy);
 }
 
 void Frame::Prev() {
@@ -339,9 +347,10 @@ void Frame::SetBaseHost(const char *lpszHost) {
 void Frame::Fetch(Resource *lpResource) {
     if (!lpResource)
         return;
-    char *lpszURL = StrDup(lpResource->_lpszURL);
-    SplitURL(lpszURL, lpResource);
-    delete[] lpszURL;
+    if (char *lpszURL = StrTryDup(lpResource->_lpszURL)) {
+        SplitURL(lpszURL, lpResource);
+        delete[] lpszURL;
+    }
     lpResource->Start();
 }
 

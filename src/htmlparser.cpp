@@ -232,8 +232,14 @@ bool StartsWith(const char *lpsz, const char *lpszPrefix) {
     return true;
 }
 
+int CompareNoCase(const char *lpsz, const char *lpszOther) {
+    while (*lpsz && ToUpper(*lpsz) == ToUpper(*lpszOther))
+        ++lpsz, ++lpszOther;
+    return static_cast<uint8_t>(ToUpper(*lpsz)) - static_cast<uint8_t>(ToUpper(*lpszOther));
+}
+
 bool EqualsNoCase(const char *lpsz, const char *lpszOther) {
-    return StartsWith(lpsz, lpszOther) && strlen(lpsz) == strlen(lpszOther);
+    return CompareNoCase(lpsz, lpszOther) == 0;
 }
 
 int ParseInt(const char *lpsz) {

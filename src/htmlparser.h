@@ -75,3 +75,5 @@ int ParseInt(const char *lpsz);
 // Whether a string begins with lpszPrefix, or equals it, without regard to case.
 bool StartsWith(const char *lpsz, const char *lpszPrefix);
 bool EqualsNoCase(const char *lpsz, const char *lpszOther);
+// Below 0, 0 or above it, as lpsz stands before lpszOther, equals it or stands behind it, without regard to case.
+int CompareNoCase(const char *lpsz, const char *lpszOther);

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <string>
 #include <string_view>
 
 #include "cache.h"
@@ -14,6 +13,7 @@
 #include "platform/clock.h"
 #include "platform/resolver.h"
 #include "resource.h"
+#include "textbuilder.h"
 
 platform::SocketHandle g_hSocket = platform::kNoSocket;
 
@@ -58,27 +58,27 @@ bool HasLineBreak(const char *lpsz) {
     return strpbrk(lpsz, "\r\n") != nullptr;
 }
 
-// The bytes to send; empty if they would be no request, or too long a one. The text of a POST is its body and
-// may be anything.
-std::string BuildRequest(const Resource *lpResource) {
+// The bytes to send. False if they would be no request, or too long a one, or there is no memory for them. The text of a
+// POST is its body and may be anything.
+bool BuildRequest(const Resource *lpResource, TextBuilder *lpRequest) {
     const bool bGet = lpResource->_wMethod == METHOD_GET;
     const char *lpszQuery = lpResource->_lpszQuery;
-    std::string strRequest = bGet ? "GET /" : "POST /";
+    lpRequest->Append(bGet ? "GET /" : "POST /");
     if (lpResource->_lpszPath)
-        strRequest += lpResource->_lpszPath;
+        lpRequest->Append(lpResource->_lpszPath);
     if (bGet && lpszQuery)
-        strRequest.append("?").append(lpszQuery);
-    strRequest += " HTTP/1.0";
-    if (strRequest.size() > kMaxRequestLine || HasLineBreak(strRequest.c_str()) ||
+        lpRequest->Append("?").Append(lpszQuery);
+    lpRequest->Append(" HTTP/1.0");
+    if (!lpRequest->Text() || lpRequest->Length() > kMaxRequestLine || HasLineBreak(lpRequest->Text()) ||
         HasLineBreak(lpResource->_lpszHost))
-        return {};
-    strRequest += "\r\n";
+        return false;
+    lpRequest->Append("\r\n");
     if (bGet)
-        strRequest.append("Host: ").append(lpResource->_lpszHost).append("\r\n");
-    strRequest += "\r\n";
+        lpRequest->Append("Host: ").Append(lpResource->_lpszHost).Append("\r\n");
+    lpRequest->Append("\r\n");
     if (!bGet && lpszQuery)
-        strRequest += lpszQuery;
-    return strRequest;
+        lpRequest->Append(lpszQuery);
+    return lpRequest->Text() != nullptr;
 }
 
 // One byte of the type mask against one of the type; zero on either side asks for nothing.
@@ -116,15 +116,15 @@ void TakeResponse(Resource *lpResource, const char *lpszCachePath) {
 }  // namespace
 
 void HttpFetch(Resource *lpResource, const char *lpszCachePath) {
-    const std::string strRequest = BuildRequest(lpResource);
-    if (strRequest.empty())
+    TextBuilder request;
+    if (!BuildRequest(lpResource, &request))
         return;
     const uint32_t dwAddress = ResolveHost(lpResource->_lpszHost, lpResource);
     if (dwAddress == platform::kNoAddress)
         return;
     g_hSocket = platform::OpenSocket();
     if (platform::ConnectSocket(g_hSocket, dwAddress, kHttpPort, IsOver, lpResource) &&
-        HttpSend(lpResource, strRequest.c_str()))
+        HttpSend(lpResource, request.Text()))
         TakeResponse(lpResource, lpszCachePath);
     platform::CloseSocket(g_hSocket);
     g_hSocket = platform::kNoSocket;
@@ -176,11 +176,12 @@ void ParseResponse(char *lpBuffer, HttpInfo *lpInfo) {
     ParseContentType(lpBuffer, &lpInfo->_wContentType);
 }
 
-// The two blanks may be anywhere in the head.
+// The two blanks may be anywhere in the head. Behind a number ParseInt stops, but it passes over white space in front.
 void ParseStatusCode(const char *lpszHead, int32_t *lpnStatus) {
     const char *lpFirst = strchr(lpszHead, ' ');
     const char *lpSecond = lpFirst ? strchr(lpFirst + 1, ' ') : nullptr;
-    *lpnStatus = lpSecond ? ParseInt(std::string(lpFirst + 1, lpSecond).c_str()) : 0;
+    const char *lpCode = lpSecond ? lpFirst + 1 + strspn(lpFirst + 1, "\t\n\v\f\r") : nullptr;
+    *lpnStatus = lpCode != lpSecond ? ParseInt(lpCode) : 0;
 }
 
 int GetHeaderValue(const char *lpszHead, const char *lpszName, char (&szValue)[kHeaderValueSize]) {

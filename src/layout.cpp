@@ -6,7 +6,7 @@
 #include "layout.h"
 
 #include <algorithm>
-#include <vector>
+#include <utility>
 
 #include "frame.h"
 #include "page.h"
@@ -154,10 +154,13 @@ void Page::EnsureLayout() {
 }
 
 void Page::ShareWidths() {
-    std::erase_if(_aUnsettled, [](Table *lpTable) {
-        lpTable->DistributeWidths();
-        return lpTable->_bSettled;
-    });
+    Table *lpNext;
+    for (Table *lpTable = std::exchange(_lpUnsettled, nullptr); lpTable; lpTable = lpNext) {
+        lpNext = lpTable->_lpNextUnsettled;
+        lpTable->_bSettled = true;
+        if (lpTable->DistributeWidths())
+            lpTable->Unsettle();
+    }
 }
 
 void Page::PlaceItems() {
@@ -183,7 +186,7 @@ void Page::PlaceItems() {
         _lpFlowLines = nullptr;
         _flowArena.Clear();
     }
-    _index.Build(_lpChildren);
+    _index.Build(_lpChildren, _nChildren);
 }
 
 // A table is moved as a block: by the same amount on each of its Lines, whatever stands in them.

@@ -6,8 +6,6 @@
 // WorkerRegistry::Retire.
 #pragma once
 
-#include <vector>
-
 #include "arena.h"
 #include "element.h"
 #include "itemindex.h"
@@ -87,8 +85,8 @@ class Page : public Element, public Resource {
     Arena _flowArena;
     // Written with paint and page mutex held, but for the marks, which are the host's thread's.
     ItemIndex _index;
-    // The tables whose widths the next layout may change. Not owned.
-    std::vector<Table *> _aUnsettled;
+    // The first of the tables whose widths the next layout may change.
+    Table *_lpUnsettled = nullptr;
     // The part of the Page that can be painted: what lies in the buffer. Set by Render, for the items.
     Size _szVisible;
     // The node of the document's first Line, so that a layout need not look for it.
@@ -105,7 +103,7 @@ class Page : public Element, public Resource {
     void ShareWidths();
     void PlaceItems();
 
-    int _nChildren = 0;
+    uint32_t _nChildren = 0;
     // Pictures that have not come.
     int _nAwaited = 0;
     // How many items the arrivals since the last layout have paid for; the first need not.

@@ -4,7 +4,7 @@
 #include "types.h"
 
 Resource::Resource(Frame *lpFrame, const char *lpszURL, uint16_t wAccept, uint16_t wMethod)
-    : _wAccept(wAccept), _wMethod(wMethod), _lpszURL(StrDup(lpszURL)), _lpFrame(lpFrame) {}
+    : _wAccept(wAccept), _wMethod(wMethod), _lpszURL(StrTryDup(lpszURL)), _lpFrame(lpFrame) {}
 
 Resource::~Resource() {
     delete[] _lpData;

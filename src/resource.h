@@ -39,6 +39,7 @@ class Resource {
     // The tick of Start; the time limit counts from here.
     uint32_t _dwStart = 0;
     uint8_t *_lpData = nullptr;
+    // Null if there was no memory for it; such a fetch fails.
     char *_lpszURL;
     // What Frame::Fetch makes of the URL. No host: a local file, named by the path.
     char *_lpszHost = nullptr;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <utility>
 
 #include "layout.h"
 #include "page.h"
@@ -67,15 +68,15 @@ void Table::EndCell() {
 
 // Columns keep their widths from pass to pass. They are visited from the last to the first. NB: a pass that could not
 // share out all the room, or not take back all that was too much, leaves the rest to the next one.
-void Table::DistributeWidths() {
+bool Table::DistributeWidths() {
     int32_t nTotal = 0;
     int nColumns = 0;
-    _bSettled = true;
+    bool bChanged = false;
     for (List<TableCell> *lpNode = _lpCols; lpNode; lpNode = lpNode->lpNext, ++nColumns) {
         TableCell *lpCell = lpNode->lpData;
         if (lpCell->_nWidth < lpCell->_nMinWidth) {
             lpCell->_nWidth = lpCell->_nMinWidth;
-            _bSettled = false;
+            bChanged = true;
         }
         nTotal = AddLengths(nTotal, lpCell->_nWidth);
     }
@@ -86,13 +87,14 @@ void Table::DistributeWidths() {
     else if (nExcess < 0)
         nChange = Grow(-nExcess, nColumns);
     _nWidth = nTotal + nChange;
-    _bSettled = _bSettled && nChange == 0;
+    return bChanged || nChange != 0;
 }
 
 void Table::Unsettle() {
-    if (_bSettled)
-        _lpPage->_aUnsettled.push_back(this);
+    if (!_bSettled)
+        return;
     _bSettled = false;
+    _lpNextUnsettled = std::exchange(_lpPage->_lpUnsettled, this);
 }
 
 // Every column gives an equal share of what is still too much, as far as its minimum lets it. Returns what

@@ -49,17 +49,17 @@ class Table {
     void StartRow();
     // lpllCurCol must not be null.
     void EndCell();
-    // Shares out the width of the Page among the columns.
-    void DistributeWidths();
+    // Shares out the width of the Page among the columns. False if that left all as it was.
+    bool DistributeWidths();
 
-    // A column needs more than it had.
+    // Widths are to be shared out anew: a column needs more than it had, or the last time has not come to an end.
     void Unsettle();
 
     // The node of the first column, or null: where each row starts.
     List<TableCell> *_lpFirstCol = nullptr;
-    // The last DistributeWidths has changed nothing, and neither would the next. Else it is among the unsettled of its
-    // Page.
+    // Unless it is settled it is among the unsettled of its Page.
     bool _bSettled = true;
+    Table *_lpNextUnsettled = nullptr;
 
   private:
     int32_t Shrink(int32_t nExcess, int nColumns);

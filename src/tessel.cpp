@@ -161,17 +161,19 @@ int tessel_Init(void *window, int width, int height) {
     MainFrame *lpFrame = call.Frame();
     if (!lpFrame || State().bRunning || !window || width <= 0 || height <= 0)
         return 0;
+    // Without it no page would refresh itself, and nothing would end what finds no thread of its own.
+    if (!State().timer.Start(kTimerPeriod, OnTick))
+        return 0;
     lpFrame->hWnd = window;
     if (!lpFrame->CreateDefaultFonts()) {
         lpFrame->hWnd = nullptr;
+        State().timer.Stop();
         return 0;
     }
     lpFrame->_rc.w = width;
     lpFrame->_rc.h = height;
     g_nBufferWidth = static_cast<uint32_t>(width);
     PurgeCache(lpFrame);
-    // Without a thread for the timer no page refreshes itself; everything else works.
-    State().timer.Start(kTimerPeriod, OnTick);
     State().bRunning = true;
     return 1;
 }

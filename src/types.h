@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 struct Point {
     int32_t x = 0;
@@ -55,12 +56,21 @@ inline int32_t AddLengths(int32_t n, int32_t nMore) {
 // What an attribute may give as a length at most; pictures are no larger either way.
 inline constexpr int32_t kMaxAttributeLength = 16384;
 
-// A heap copy of a zero-terminated string, to be deleted with delete[]; null for null.
+// A heap copy of a zero-terminated string of limited length, to be deleted with delete[]; null for null.
 inline char *StrDup(const char *lpsz) {
     if (!lpsz)
         return nullptr;
     const size_t nSize = strlen(lpsz) + 1;
     char *lpszCopy = new char[nSize];
     memcpy(lpszCopy, lpsz, nSize);
+    return lpszCopy;
+}
+
+// The same of any length; null also if memory runs out.
+inline char *StrTryDup(const char *lpsz) {
+    const size_t nSize = lpsz ? strlen(lpsz) + 1 : 0;
+    char *lpszCopy = lpsz ? new (std::nothrow) char[nSize] : nullptr;
+    if (lpszCopy)
+        memcpy(lpszCopy, lpsz, nSize);
     return lpszCopy;
 }

@@ -519,8 +519,8 @@ class Engine {
     bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) REQUIRES(g_mutex);
 
   private:
-    Source FindSource(const char *lpszFace, int nHeight, uint16_t wStyle);
-    Source MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle);
+    bool FindSource(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource);
+    bool MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource);
     FontFile *FindFile(const char *lpszPath, int nIndex);
     FT_Face OpenFace(FontFile *lpFile);
     void CloseOldestFace();
@@ -571,11 +571,13 @@ Engine::~Engine() {
 }
 
 bool Engine::Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) {
-    const Source source = FindSource(lpszFace, nHeight, wStyle & (kStyleBold | kStyleItalic));
-    return Build(source, nHeight, wStyle & kStyleUnderline, lpCells);
+    Source source;
+    return FindSource(lpszFace, nHeight, wStyle & (kStyleBold | kStyleItalic), &source) &&
+           Build(source, nHeight, wStyle & kStyleUnderline, lpCells);
 }
 
-Source Engine::FindSource(const char *lpszFace, int nHeight, uint16_t wStyle) {
+// False if memory runs out, as in the next: boxes would stay for as long as their set is remembered.
+bool Engine::FindSource(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource) {
     char szFace[kMaxFace + 1] = {};
     for (int i = 0; i < kMaxFace && lpszFace[i]; ++i) {
         const char c = lpszFace[i];
@@ -585,38 +587,42 @@ Source Engine::FindSource(const char *lpszFace, int nHeight, uint16_t wStyle) {
         if (name.nLastUse && name.nHeight == nHeight && name.wStyle == wStyle &&
             !strcmp(name.szFace, szFace)) {
             name.nLastUse = ++_nUses;
-            return name.source;
+            *lpSource = name.source;
+            return true;
         }
     }
-    const Source source = MatchFace(szFace, nHeight, wStyle);
-    // Nothing found may have been want of memory, and is not remembered.
-    if (source.lpFile) {
+    if (!MatchFace(szFace, nHeight, wStyle, lpSource))
+        return false;
+    // Nothing found may have been want of memory inside fontconfig, and is not remembered.
+    if (lpSource->lpFile) {
         KeptName &name = LeastRecentlyUsed(_aNames);
         memcpy(name.szFace, szFace, sizeof szFace);
         name.nHeight = nHeight;
         name.wStyle = wStyle;
-        name.source = source;
+        name.source = *lpSource;
         name.nLastUse = ++_nUses;
     }
-    return source;
+    return true;
 }
 
-Source Engine::MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle) {
-    Source source;
+bool Engine::MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource) {
     FcPattern *lpFound = _lpConfig ? FindFont(_lpConfig, lpszFace, nHeight, wStyle) : nullptr;
     if (!lpFound)
-        return source;
+        return true;
+    bool bMemory = true;
     FcChar8 *lpszPath = nullptr;
     if (FcPatternGetString(lpFound, FC_FILE, 0, &lpszPath) == FcResultMatch) {
         int nIndex = 0;
         FcPatternGetInteger(lpFound, FC_INDEX, 0, &nIndex);
-        source.lpFile = FindFile(reinterpret_cast<const char *>(lpszPath), nIndex);
-        source.wMadeUp = source.lpFile ? MissingStyle(lpFound, wStyle) : uint16_t{0};
+        lpSource->lpFile = FindFile(reinterpret_cast<const char *>(lpszPath), nIndex);
+        lpSource->wMadeUp = MissingStyle(lpFound, wStyle);
+        bMemory = lpSource->lpFile != nullptr;
     }
     FcPatternDestroy(lpFound);
-    return source;
+    return bMemory;
 }
 
+// Null if memory runs out.
 FontFile *Engine::FindFile(const char *lpszPath, int nIndex) {
     // fontconfig sets the sign for a variable font as a whole; FreeType wants the number of the face alone.
     if (nIndex < 0)
