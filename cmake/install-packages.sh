@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config libfreetype-dev libfontconfig-dev libpng-dev libsdl2-dev fonts-liberation)
 if [[ ${1-} == --tests ]]; then
     packages+=(libgtest-dev libgmock-dev libbenchmark-dev binutils libjpeg-turbo-progs libjpeg62-turbo-dev netpbm nginx-light
-        python3 xvfb xdotool xclip procps)
+        python3 xvfb xdotool xclip procps clang-tidy cppcheck)
 elif [[ ${1-} == --fuzz ]]; then
     packages+=(clang libclang-rt-14-dev libjpeg62-turbo-dev)
 elif [[ ${1-} == --demo ]] && ! type -P python3 >/dev/null; then

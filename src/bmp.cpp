@@ -103,7 +103,8 @@ bool ReadPlain(ByteReader *lpReader, int nBytes, const uint32_t *lpPalette, Pixe
         const uint8_t *lpRow = lpReader->Take(static_cast<size_t>(nRow));
         if (!lpRow)
             return false;
-        ConvertRow(lpRow, lpPixels->Width(), nBytes, lpPalette, lpPixels->Get() + y * lpPixels->Width());
+        ConvertRow(lpRow, lpPixels->Width(), nBytes, lpPalette,
+                   lpPixels->Get() + static_cast<ptrdiff_t>(y) * lpPixels->Width());
         lpReader->Take(std::min(nPadding, lpReader->Left()));
     }
     return true;

@@ -1,4 +1,4 @@
-// The one way in which the decoders touch the bytes of a file.
+// The one way in which the decoders touch the bytes of a file, and a body that has been fetched leaves its answer.
 //
 // A reader has a position, an end and a sign of failure. Every getter asks whether enough bytes are left; if not, it
 // moves to the end, fails for good and yields zero. So a check that was forgotten costs wrong pixels, never a wild read,
@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 class ByteReader {
   public:
@@ -31,6 +32,12 @@ class ByteReader {
     uint8_t Byte() {
         const uint8_t *lpByte = Take(1);
         return lpByte ? *lpByte : uint8_t{0};
+    }
+
+    // Copies the next nCount bytes; nothing if there are not so many.
+    void Copy(uint8_t *lpTo, size_t nCount) {
+        if (const uint8_t *lpFrom = Take(nCount))
+            memcpy(lpTo, lpFrom, nCount);
     }
 
     // A part of what is left, cut out of it; an empty one that has failed if there is not so much.

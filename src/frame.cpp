@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 
 #include "frameset.h"
@@ -297,7 +298,7 @@ void Frame::GetTitle(char *lpszTitle) {
     const platform::MutexLock lock(_hPageMutex, std::adopt_lock);
     const Page *lpPage = PageForEvents();
     if (lpPage && lpPage->_lpszTitle)
-        memcpy(lpszTitle, lpPage->_lpszTitle, strlen(lpPage->_lpszTitle) + 1);
+        snprintf(lpszTitle, kTitleSize, "%s", lpPage->_lpszTitle);
 }
 
 // The URL of the armed refresh if its time has come, else null. The record is taken before the load starts, so that

@@ -15,7 +15,7 @@ uint8_t ToByte(int n) {
 }
 
 size_t PackedSize(const CharGlyph &glyph) {
-    return static_cast<size_t>(glyph._bWidth * glyph._bHeight / 8 + 1);
+    return size_t{glyph._bWidth} * glyph._bHeight / 8 + 1;
 }
 
 // Packs the columns of a glyph, whose rows stand in the cell padded to bytes, into a stream without padding.

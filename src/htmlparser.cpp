@@ -285,7 +285,7 @@ void SplitString(char *lpsz, char cDelimiter, char **lppOut, uint16_t *lpwCount)
 int MatchEntity(const char *lpsz, int nLength, char *lpbOut) {
     for (const Entity &row : g_aEntities) {
         int n = 0;
-        while (row._lpszForm[n] && n < nLength && ToUpper(lpsz[n]) == ToUpper(row._lpszForm[n]))
+        while (n < nLength && row._lpszForm[n] && ToUpper(lpsz[n]) == ToUpper(row._lpszForm[n]))
             ++n;
         if (!row._lpszForm[n]) {
             *lpbOut = static_cast<char>(row._bByte);

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
 
+#include "bytereader.h"
 #include "cache.h"
 #include "fetch.h"
 #include "htmlparser.h"
@@ -103,12 +105,14 @@ void TakeResponse(Resource *lpResource, const char *lpszCachePath) {
     ParseResponse(lpBuffer.get(), &info);
     if (!IsAccepted(lpResource, info))
         return;
-    const uint32_t dwLength = static_cast<uint32_t>(nSize) - info._dwBodyOffset;
+    ByteReader reader(reinterpret_cast<const uint8_t *>(lpBuffer.get()), static_cast<size_t>(nSize));
+    reader.Take(info._dwBodyOffset);
+    const uint32_t dwLength = static_cast<uint32_t>(reader.Left());
     lpResource->_lpData = new (std::nothrow) uint8_t[dwLength];
     if (!lpResource->_lpData)
         return;
     lpResource->_dwLength = dwLength;
-    memcpy(lpResource->_lpData, lpBuffer.get() + info._dwBodyOffset, dwLength);
+    reader.Copy(lpResource->_lpData, dwLength);
     if (lpszCachePath && *lpszCachePath)
         CacheWrite(lpszCachePath, lpResource->_lpData, dwLength, nullptr, lpResource->_lpszURL);
 }
@@ -196,8 +200,7 @@ int GetHeaderValue(const char *lpszHead, const char *lpszName, char (&szValue)[k
     const size_t nLength = strcspn(lpValue, " \r\n");
     if (nLength >= sizeof szValue)
         return 0;
-    memcpy(szValue, lpValue, nLength);
-    szValue[nLength] = '\0';
+    snprintf(szValue, sizeof szValue, "%.*s", static_cast<int>(nLength), lpValue);
     return 1;
 }
 

@@ -18,6 +18,9 @@ class Line;
 class MetaTag;
 class Table;
 
+// The room that a host has for a title, terminator included. A longer one is cut.
+inline constexpr int kTitleSize = 256;
+
 class Page : public Element, public Resource {
   public:
     // Colours of the document, 0x00RRGGBB.

@@ -37,7 +37,7 @@ bool ReadLine(ByteReader *lpReader, int nEncoded, int nWidth, uint8_t *lpIndices
 // Index 0 is transparent whatever the palette says, and that is what black is.
 void MakePalette(const uint8_t *lpBytes, uint32_t (&adwPalette)[256]) {
     adwPalette[0] = 0;
-    for (int i = 1; i < 256; ++i)
+    for (ptrdiff_t i = 1; i < 256; ++i)
         adwPalette[i] = MakePixel(lpBytes[i * 3], lpBytes[i * 3 + 1], lpBytes[i * 3 + 2]);
 }
 

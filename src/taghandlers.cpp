@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int kTitleSize = 256;
-
 // SIZE of FONT: a digit first means the sizes 1 to 7, a sign means so much above or below the default size.
 uint8_t ParseFontSize(const char *lpszValue) {
     const int nBase = *lpszValue >= '0' && *lpszValue <= '9' ? -1 : g_lpMainFrame->_lpFontNormal->_bSize;

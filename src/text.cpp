@@ -201,7 +201,7 @@ LinkText::LinkText(const LinkText *lpWhole, std::string_view text, int nWidth, A
 void LinkText::Render(uint32_t *lpBuffer) {
     const Page *lpPage = GetPage();
     if (_lpChildren)
-        Element::Render(lpBuffer);
+        Element::Render(lpBuffer);  // NOLINT(bugprone-parent-virtual-call): Text would paint itself
     else
         Draw(HasFocus(_lpHyperlink) ? lpPage->_dwALinkColor : lpPage->_dwLinkColor, lpBuffer);
 }

@@ -74,6 +74,7 @@ void TextInput::Render(uint32_t *lpBuffer) {
     gfx_Bevel(0xFFFFFF, 0x4E657C, 0x000000, 0xFFFFFF, 0xFFFFFF, 0x8098B0, 0xC0CCD8, _rc.x, _rc.y, clip.w,
               clip.h, lpBuffer);
     const Rect inner(_rc.x + kEdge, _rc.y + kEdge, clip.w - 2 * kEdge, clip.h - 2 * kEdge);
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): it does not see that the bases of a Rect are set
     if (inner.w <= 0 || inner.h <= 0)
         return;
     const int nStart = WidthUpTo(_nSelStart);

@@ -24,7 +24,7 @@ bool ReadPlain(ByteReader *lpReader, uint32_t *lpPixels, int nCount) {
     const uint8_t *lp = lpReader->Take(static_cast<size_t>(nCount) * 2);
     if (!lp)
         return false;
-    for (int i = 0; i < nCount; ++i)
+    for (ptrdiff_t i = 0; i < nCount; ++i)
         lpPixels[i] = ConvertPixel(lp + i * 2);
     return true;
 }

@@ -223,7 +223,7 @@ void WorkerRegistry::CountEnd(Resource *lpResource) {
 void WorkerRegistry::Leave(Worker *lpWorker) {
     Resource *lpResource = lpWorker->lpResource;
     Page *lpDoomedPage = nullptr;
-    Frame *alpDoomed[kMaxFrameDepth + 1];
+    Frame *alpDoomed[kMaxFrameDepth + 1] = {};
     int nDoomed = 0;
     {
         const Lock lock(_mutex);

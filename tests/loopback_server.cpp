@@ -28,7 +28,7 @@ static bool EnterOwnNetwork() {
     std::ofstream("/proc/self/gid_map") << strGroup + " " + strGroup + " 1";
     std::ofstream("/proc/sys/net/ipv4/ip_unprivileged_port_start") << "0";  // for programs that a test starts
     ifreq request = {};
-    strcpy(request.ifr_name, "lo");
+    snprintf(request.ifr_name, sizeof request.ifr_name, "lo");
     request.ifr_flags = IFF_UP;
     const int hSocket = socket(AF_INET, SOCK_DGRAM, 0);
     const bool bUp = ioctl(hSocket, SIOCSIFFLAGS, &request) == 0;

@@ -216,7 +216,7 @@ static void SetAddressFocus(bool hasFocus) {
 }
 
 static void RemoveFromAddress(int from, int to) {
-    memmove(s_address.text + from, s_address.text + to, (size_t)(s_address.length - to + 1));
+    memmove(s_address.text + from, s_address.text + to, (size_t)(s_address.length - to) + 1);
     s_address.length -= to - from;
     s_address.caret = from;
     s_address.isSelected = false;
@@ -229,7 +229,7 @@ static void InsertIntoAddress(const char *text) {
         if ((unsigned char)*text < ' ')
             continue;
         char *place = s_address.text + s_address.caret;
-        memmove(place + 1, place, (size_t)(s_address.length - s_address.caret + 1));
+        memmove(place + 1, place, (size_t)(s_address.length - s_address.caret) + 1);
         *place = *text;
         ++s_address.length;
         ++s_address.caret;

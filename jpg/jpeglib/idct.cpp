@@ -88,7 +88,7 @@ template <int kShift, int kRows, class Number>
 // Puts the numbers of the second half between those of the first, as cards are shuffled.
 template <class Number>
 void Interleave(const Number *__restrict lpFrom, Number *__restrict lpTo) {
-    for (int i = 0; i < 32; ++i) {
+    for (ptrdiff_t i = 0; i < 32; ++i) {
         lpTo[2 * i] = lpFrom[i];
         lpTo[2 * i + 1] = lpFrom[32 + i];
     }

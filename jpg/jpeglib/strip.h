@@ -24,7 +24,7 @@ class Strip {
     void Put(int nComponent, int h, int v, const uint8_t *lpSamples) {
         const int x = (_nMCUs * _state._aComponents[nComponent]._bH + h) * kBlock;
         for (int y = 0; y < kBlock; ++y)
-            memcpy(&_aMCU[nComponent][v * kBlock + y][x], lpSamples + kBlock * y, kBlock);
+            memcpy(&_aMCU[nComponent][v * kBlock + y][x], lpSamples + ptrdiff_t{kBlock} * y, kBlock);
     }
 
     // That MCU is complete.

@@ -136,6 +136,7 @@ DirectoryWalk::~DirectoryWalk() {
 
 bool DirectoryWalk::Next() {
     DIR *lpStream = static_cast<DIR *>(_lpStream);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): a stream of its own, read by one thread
     while (const dirent *lpEntry = lpStream ? readdir(lpStream) : nullptr) {
         struct stat info;
         if (!GetFileInfo(dirfd(lpStream), lpEntry->d_name, &info))

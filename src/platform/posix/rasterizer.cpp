@@ -75,7 +75,7 @@ size_t InkSize(int nHeight, int nPitch) {
 }
 
 uint8_t *RowOf(const FontCells &cells, int c, int y) {
-    return cells.lpInk.get() + (c * cells.nHeight + y) * cells.nPitch;
+    return cells.lpInk.get() + static_cast<ptrdiff_t>(c * cells.nHeight + y) * cells.nPitch;
 }
 
 // Everything that is drawn goes through here, so nothing is written outside the cells.
@@ -95,7 +95,7 @@ bool CopyCells(const FontCells &from, int nPitch, FontCells *lpTo) {
         memcpy(lpInk.get(), from.lpInk.get(), InkSize(from.nHeight, nPitch));
     } else {
         const size_t nRow = static_cast<size_t>(std::min(nPitch, from.nPitch));
-        for (int y = 0; y < kCharCount * from.nHeight; ++y)
+        for (ptrdiff_t y = 0; y < ptrdiff_t{kCharCount} * from.nHeight; ++y)
             memcpy(lpInk.get() + y * nPitch, from.lpInk.get() + y * from.nPitch, nRow);
     }
     lpTo->nHeight = from.nHeight;
@@ -311,7 +311,7 @@ bool CellPainter::Paint(FontCells *lpCells, Line *lpLine) {
             PaintCharacter(c, nGlyph);
         } else {
             // A seventh of the code page has no character, and the sign for that is always the same.
-            const size_t nCell = static_cast<size_t>(lpCells->nHeight * lpCells->nPitch);
+            const size_t nCell = InkSize(lpCells->nHeight, lpCells->nPitch) / kCharCount;
             lpCells->aSpacing[c] = lpCells->aSpacing[nMissing];
             memcpy(RowOf(*lpCells, c, 0), RowOf(*lpCells, nMissing, 0), nCell);
         }
@@ -331,6 +331,7 @@ bool CellPainter::Paint(FontCells *lpCells, Line *lpLine) {
 bool CellPainter::Start(FontCells *lpCells) {
     const Measures measures = MeasureFace(_lpFace, _nHeight);
     const int nOverhang = _wMadeUp & kStyleBold ? 1 : 0;
+    // cppcheck-suppress danglingLifetime ; a painter lives within one expression
     _lpCells = lpCells;
     _nAscent = std::clamp(measures.nAscent, 0, kMaxCell);
     lpCells->nHeight = std::clamp(_nAscent + std::max(measures.nDescent, 0), 1, kMaxCell);
@@ -546,6 +547,7 @@ Entry &LeastRecentlyUsed(Entry (&aEntries)[nCount]) {
 void KeepFontconfigLoaded() {
     Dl_info info;
     if (dladdr(reinterpret_cast<void *>(&FcInitLoadConfigAndFonts), &info) && info.dli_fname)
+        // cppcheck-suppress leakReturnValNotUsed ; never to be unloaded
         dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
@@ -667,6 +669,8 @@ void Engine::CloseOldestFace() {
         if (lpFile->lpFace && (!lpOldest || lpFile->nLastUse < lpOldest->nLastUse))
             lpOldest = lpFile;
     }
+    if (!lpOldest)
+        return;
     FT_Done_Face(lpOldest->lpFace);
     lpOldest->lpFace = nullptr;
     --_nOpenFaces;

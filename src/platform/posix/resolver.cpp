@@ -40,7 +40,7 @@ struct Answer {
 struct Question {
     gaicb request = {};
     addrinfo hints = {};
-    char szHost[kHostSize];
+    char szHost[kHostSize] = {};
     bool bLate = false;  // nobody has waited for the answer, which is still to be remembered
     Question *lpNext = nullptr;
 };

@@ -21,9 +21,9 @@ namespace {
 #endif
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) || \
     __has_feature(thread_sanitizer)
-constexpr size_t kStackSize = 1024 * 1024;
+constexpr size_t kStackSize = size_t{1024} * 1024;
 #else
-constexpr size_t kStackSize = 256 * 1024;
+constexpr size_t kStackSize = size_t{256} * 1024;
 #endif
 
 std::atomic<int> g_nFailures{0};
@@ -67,7 +67,7 @@ bool Thread::Start(Body lpfnBody, void *lpArgument) {
     pthread_t thread;
     const bool bStarted = pthread_create(&thread, &attributes, RunBody, lpStart.get()) == 0;
     if (bStarted) {
-        lpStart.release();
+        static_cast<void>(lpStart.release());  // RunBody owns it now
         memcpy(_aHandle, &thread, sizeof thread);
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
