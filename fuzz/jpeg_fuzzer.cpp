@@ -1,9 +1,11 @@
-// A JPEG file, through both entry points and both ways of giving room for the pixels.
+// A JPEG file, through both entry points and both ways of giving room for the pixels, once with what suits the processor
+// and once with the portable code.
 #include <algorithm>
 #include <memory>
 
 #include "harness.h"
 #include "jpeglib/jpeglib.h"
+#include "jpeglib/kernels.h"
 
 constexpr uint32_t kUntouched = 0xDEADBEEF;
 constexpr size_t kGuard = 64;
@@ -27,7 +29,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *lpData, size_t nSize) {
     if (!nGiven)
         return 0;
     uint32_t dwNewWidth, dwNewHeight, *lpNew;
+    jpg::ReplaceKernels(&jpg::g_portableKernels);
     REQUIRE(jpg_JPGToRGB(lpData, nLength, &dwNewWidth, &dwNewHeight, &lpNew, 1) == 1);
+    jpg::ReplaceKernels(nullptr);
     const std::unique_ptr<uint32_t[]> owned(lpNew);
     if (!lpNew)
         return 0;

@@ -1,5 +1,5 @@
 // libjpeg-turbo, whose errors jump. Its vector code, which rounds what does not fit into 16 bits in a way of its own, stays
-// off.
+// off, unless the first use in a thread asks for it.
 #pragma once
 
 #include <csetjmp>
@@ -19,8 +19,8 @@ struct ErrorManager : jpeg_error_mgr {
     jmp_buf jump;
 
     template <class Jpeg>
-    explicit ErrorManager(Jpeg *lpJpeg) {
-        setenv("JSIMD_FORCENONE", "1", 1);
+    explicit ErrorManager(Jpeg *lpJpeg, bool bPlain = true) {
+        setenv("JSIMD_FORCENONE", bPlain ? "1" : "0", 1);
         lpJpeg->err = jpeg_std_error(this);
         error_exit = [](j_common_ptr lp) { longjmp(static_cast<ErrorManager *>(lp->err)->jump, 1); };
         output_message = [](j_common_ptr) {};

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -13,6 +15,9 @@
 
 #include "cases.h"
 #include "jpeglib/jpeglib.h"
+#include "jpeglib/kernels.h"
+#include "jpeglib/state.h"
+#include "jpeglib/tables.h"
 
 namespace {
 
@@ -87,6 +92,64 @@ TEST(JpegTest, PicturesAreAsDjpegHasThem) {
         EXPECT_TRUE(Decode(file) == expected);
         EXPECT_EQ(g_strOutcome, "1");
         other.join();
+        jpg::ReplaceKernels(&jpg::g_portableKernels);
+        EXPECT_TRUE(Decode(file) == expected);
+        jpg::ReplaceKernels(nullptr);
+    }
+}
+
+// Coefficients around the limits of each form and far beyond, which files may hold.
+TEST(JpegTest, FormsOfTheTransformAgreeForAnyBlock) {
+    const jpg::Kernels *const alpForms[] = {&jpg::g_portableKernels, jpg::FindAVX2Kernels()};
+    if (!alpForms[1])
+        GTEST_SKIP() << "this processor has the portable form alone";
+    jpg::PrepareTables();
+    const int aFactors[] = {0, 1, 2, 3, 16, 255, 2047, 2048, 32767, 32768, 65535};
+    const int aProducts[] = {1, 30, 300, 1022, 1023, 1024, 1025, 2047, 8191, 32768, 1 << 17, 1 << 30};
+    std::mt19937 random(1);
+    const auto below = [&](size_t n) { return static_cast<int>(random() % n); };
+    for (int n = 0; n < 100000; ++n) {
+        const int nLast = below(64), nTable = below(12), nMost = aProducts[below(12)];
+        uint16_t awQuant[64];
+        int16_t anCoef[64] = {};
+        for (int i = 0; i < 64; ++i) {
+            const int nFactor = aFactors[nTable < 11 ? nTable : below(11)];
+            const int nSize = std::min((nMost >> below(3)) / std::max(nFactor, 1), 32767);
+            awQuant[jpg::g_anNatural[i]] = static_cast<uint16_t>(nFactor);
+            if (i <= nLast)
+                anCoef[i] = static_cast<int16_t>((below(2) < n % 2 ? -nSize : nSize) - below(1000) / 999);
+        }
+        uint8_t aabSamples[2][8][24] = {};  // a block, and room beside it
+        for (int f = 0; f < 2; ++f) {
+            alignas(32) int16_t anPlaced[64], anZero[64] = {};
+            for (int i = 0; i < 64; ++i)
+                anPlaced[alpForms[f]->lpOrder[i]] = anCoef[i];
+            const auto quant = jpg::MakeBlockQuant(awQuant, alpForms[f]->lpOrder);
+            alpForms[f]->lpfnTransform(quant, nLast, anPlaced, &aabSamples[f][0][8], 24);
+            EXPECT_EQ(memcmp(anPlaced, anZero, sizeof anZero), 0) << n;
+        }
+        ASSERT_EQ(memcmp(aabSamples[0], aabSamples[1], sizeof aabSamples[0]), 0) << n;
+    }
+}
+
+TEST(JpegTest, FormsOfTheColorsAgreeForAllSamples) {
+    const jpg::Kernels *const alpForms[] = {&jpg::g_portableKernels, jpg::FindAVX2Kernels()};
+    for (int n = 0; n < 3 * 256;
+         ++n) {  // alone, each Cb meets each Cr; then each stands for two, then for four
+        const int nRepeat = 1 << n / 256, nWidth = nRepeat == 1 ? 256 : 1 + n % 256;
+        uint8_t abY[256], abCb[256], abCr[256];
+        for (int x = 0; x < 256; ++x) {
+            abY[x] = static_cast<uint8_t>(x * n);
+            abCb[x] = static_cast<uint8_t>(x * nRepeat);
+            abCr[x] = static_cast<uint8_t>(n + x);
+        }
+        Pixels aPixels[2] = {Pixels(300, 5), Pixels(300, 5)};  // behind the last nothing is written
+        for (int f = 0; f < 2 && alpForms[f]; ++f) {
+            jpg::ColorRow colors;
+            alpForms[f]->lpfnMakeColors(abCb, abCr, 256 / nRepeat, nRepeat, &colors);
+            alpForms[f]->lpfnMakePixels(abY, colors, nWidth, aPixels[f].data());
+        }
+        ASSERT_TRUE(!alpForms[1] || aPixels[0] == aPixels[1]) << n;
     }
 }
 

@@ -3,7 +3,7 @@
 namespace jpg {
 
 Bits BitReader::FillBytes(Bits bits) {
-    while (!_bStopped && bits._dwBitCount <= 56) {
+    while (!_bStopped && bits._dwBitCount < kFull) {
         uint8_t bByte = _source.Byte();
         if (bByte == 0xFF) {
             uint8_t bNext = _source.Byte();

@@ -41,21 +41,24 @@ class BitReader {
     // As many as a code and the value behind it take at most, or a code that does not exist.
     static constexpr int kEnough = 32;
 
+    // And as many as there are after a filling, unless the scan ends before.
+    static constexpr int kFull = 56;
+
     explicit BitReader(const ByteReader &source) : _source(source) {}
 
     // The bits in hand. A loop works on a copy and puts it back.
     Bits _bits;
 
-    // What FillBytes returns, for fewer bits than kEnough: at least so many, unless the scan ends before.
+    // Takes in what finds room, whole bytes, for up to 63 bits.
     Bits Fill(Bits bits) {
         constexpr uint64_t kOnes = 0x0101010101010101;
         uint64_t qw;
         if (_bStopped || !_source.PeekEight(&qw) || ((~qw - kOnes) & qw & (kOnes << 7)))
             return FillBytes(bits);
-        // None of the eight is 0xFF. Seven or fewer find room.
+        // None of the eight is 0xFF. Those that find room are seven or fewer.
         bits._dwBitBuf |= qw >> bits._dwBitCount;
-        _source.Skip(static_cast<size_t>(63 - bits._dwBitCount) >> 3);
-        bits._dwBitCount |= 56;
+        _source.SkipPeeked(static_cast<size_t>(63 - bits._dwBitCount) >> 3);
+        bits._dwBitCount |= kFull;
         return bits;
     }
 

@@ -55,6 +55,12 @@ class ByteReader {
         return true;
     }
 
+    // Takes some of those eight.
+    void SkipPeeked(size_t nCount) {
+        _lpPos += nCount;
+        _nLeft -= nCount;
+    }
+
   private:
     const uint8_t *Take(size_t nCount) {
         if (nCount > _nLeft) {

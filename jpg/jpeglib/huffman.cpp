@@ -10,17 +10,6 @@ namespace {
 
 constexpr int32_t kEndOfSearch = 0xFFFFF;
 
-// What an index of the look-up holds that begins with the code of this symbol.
-LookUp MakeLookUp(uint32_t dwIndex, int nLength, uint8_t bSymbol) {
-    const int nValueBits = bSymbol & 15;
-    if (nValueBits == 0 || nLength + nValueBits > kLookBits)
-        return {0, bSymbol, static_cast<uint8_t>(nLength)};
-    Bits bits{uint64_t{dwIndex} << (64 - kLookBits), kLookBits};
-    bits.Drop(nLength);
-    const int16_t nValue = static_cast<int16_t>(bits.Extend(nValueBits));
-    return {nValue, static_cast<uint8_t>(bSymbol >> 4), static_cast<uint8_t>(nLength + nValueBits)};
-}
-
 // Enters a code wherever 8 bits begin with it.
 void EnterCode(uint32_t dwCode, int nLength, uint8_t bSymbol, HuffDecodeTable *lpDecode) {
     const uint32_t dwFirst = dwCode << (kShortCode - nLength);
@@ -28,6 +17,23 @@ void EnterCode(uint32_t dwCode, int nLength, uint8_t bSymbol, HuffDecodeTable *l
         lpDecode->_anLookBits[i] = nLength;
         lpDecode->_abLookSym[i] = bSymbol;
     }
+}
+
+// What an index of the look-up holds.
+LookUp MakeLookUp(const HuffDecodeTable &table, uint32_t dwIndex) {
+    Bits bits{uint64_t{dwIndex} << (64 - kLookBits), kLookBits};
+    const uint32_t dwShort = bits.Peek(kShortCode);
+    LookUp look = {0, table._abLookSym[dwShort], static_cast<uint8_t>(table._anLookBits[dwShort])};
+    if (!look.bLength)
+        look = FindLongCode(&table, bits);
+    if (look.bLength > kLookBits)
+        return {};
+    const int nValueBits = look.bSymbol & 15;
+    if (nValueBits == 0 || look.bLength + nValueBits > kLookBits)
+        return look;
+    bits.Drop(look.bLength);
+    const int16_t nValue = static_cast<int16_t>(bits.Extend(nValueBits));
+    return {nValue, static_cast<uint8_t>(look.bSymbol >> 4), static_cast<uint8_t>(look.bLength + nValueBits)};
 }
 
 }  // namespace
@@ -52,12 +58,9 @@ bool jpg_BuildHuffTable(const HuffTable *lpTable, HuffDecodeTable *lpDecode) {
         lpDecode->_anMaxCode[l] = static_cast<int32_t>(dwCode) - 1;
     }
     lpDecode->_anMaxCode[kLongestCode + 1] = kEndOfSearch;
-    for (uint32_t i = 0; i < 1u << kLookBits; ++i) {
-        const uint32_t dwShort = i >> (kLookBits - kShortCode);
-        if (const int nLength = lpDecode->_anLookBits[dwShort])
-            lpDecode->_aLookUp[i] = MakeLookUp(i, nLength, lpDecode->_abLookSym[dwShort]);
-    }
     lpDecode->_lpTable = lpTable;
+    for (uint32_t i = 0; i < 1u << kLookBits; ++i)
+        lpDecode->_aLookUp[i] = MakeLookUp(*lpDecode, i);
     return true;
 }
 

@@ -9,16 +9,12 @@
 
 #include <cstring>
 
+#include "kernels.h"
 #include "tables.h"
 
 namespace jpg {
 
 namespace {
-
-constexpr int kFraction = 13;
-constexpr int kPassBits = 2;
-constexpr int kColumnShift = kFraction - kPassBits;
-constexpr int kRowShift = kFraction + kPassBits + 3;
 
 // --- The step ---
 
@@ -159,6 +155,11 @@ template <int kSide>
         lpSamples[i] = LevelToSample(static_cast<int32_t>(adwNumbers[i]));
 }
 
+void QuarterIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
+    if (!SmallIDCT<4>(lpQuant, lpCoef, lpSamples))
+        LargeIDCT(lpQuant, lpCoef, lpSamples);
+}
+
 }  // namespace
 
 void jpg_IDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
@@ -166,15 +167,26 @@ void jpg_IDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples
         LargeIDCT(lpQuant, lpCoef, lpSamples);
 }
 
-void QuarterIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
-    if (!SmallIDCT<4>(lpQuant, lpCoef, lpSamples))
-        LargeIDCT(lpQuant, lpCoef, lpSamples);
+void FlatIDCT(uint16_t wFactor, int16_t nCoef, uint8_t *lpSamples, size_t nStride) {
+    const uint32_t dwFirst = static_cast<uint32_t>(nCoef * wFactor) << (kPassBits + kFraction);
+    const int32_t n = static_cast<int32_t>(dwFirst + (1u << (kRowShift - 1))) >> kRowShift;
+    const uint8_t bSample = LevelToSample(n);
+    for (size_t y = 0; y < 8; ++y)
+        memset(lpSamples + y * nStride, bSample, 8);
 }
 
-void FlatIDCT(const uint16_t *lpQuant, const int16_t *lpCoef, uint8_t *lpSamples) {
-    const uint32_t dwFirst = static_cast<uint32_t>(lpCoef[0] * lpQuant[0]) << (kPassBits + kFraction);
-    const int32_t n = static_cast<int32_t>(dwFirst + (1u << (kRowShift - 1))) >> kRowShift;
-    memset(lpSamples, LevelToSample(n), 64);
+void TransformBlock(const BlockQuant &quant, int nLast, int16_t *lpCoef, uint8_t *lpSamples, size_t nStride) {
+    if (nLast == 0) {
+        FlatIDCT(quant.awFactors[0], lpCoef[0], lpSamples, nStride);
+        lpCoef[0] = 0;
+        return;
+    }
+    uint8_t abSamples[64];
+    const auto lpfnTransform = nLast <= kLastOfQuarter ? QuarterIDCT : jpg_IDCT;
+    lpfnTransform(quant.awFactors, lpCoef, abSamples);
+    for (size_t y = 0; y < 8; ++y)
+        memcpy(lpSamples + y * nStride, abSamples + 8 * y, 8);
+    memset(lpCoef, 0, 64 * sizeof *lpCoef);
 }
 
 }  // namespace jpg

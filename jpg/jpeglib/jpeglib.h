@@ -5,7 +5,7 @@
 // numbers of components are refused; nothing is mended in a damaged scan.
 //
 // This folder knows nothing of the rest of the engine. All state is local to a call, so any number of threads
-// may decode at the same time; a call takes about 60 KB of stack, and no memory but for the output.
+// may decode at the same time; a call takes about 75 KB of stack, and no memory but for the output.
 #pragma once
 
 #include <cstdint>

@@ -10,7 +10,7 @@
 
 #include <cstring>
 
-#include "idct.h"
+#include "kernels.h"
 #include "strip.h"
 
 namespace jpg {
@@ -18,8 +18,9 @@ namespace jpg {
 namespace {
 
 constexpr int kBadBlock = -1;
-constexpr int kLastOfQuarter = 9;  // in zigzag order: up to here all lies in the first four rows and columns
 constexpr int kMostValueBits = 16;
+constexpr uint8_t kSixteenZeros = 0xF0;
+constexpr int kMostInARow = BitReader::kFull / kLookBits;  // look-ups with one filling
 
 // --- A block ---
 
@@ -51,43 +52,46 @@ constexpr int kMostValueBits = 16;
 
 // Decodes a block into coefficients that are all 0. Returns the index of the last that is not, in zigzag
 // order, or kBadBlock. Both are to be believed only if the reader has not run out of bits.
-int DecodeBlock(const HuffDecodeTable &dc, const HuffDecodeTable &ac, BitReader *lpReader, int32_t *lpLastDC,
-                int16_t *lpCoef) {
+//
+// Not inlined, so that the compiler has nothing else to keep in registers: what takes the time is the way from
+// one code to the next.
+[[gnu::noinline]] int DecodeBlock(const HuffDecodeTable &dc, const HuffDecodeTable &ac,
+                                  const uint8_t *lpOrder, BitReader *lpReader, int32_t *lpLastDC,
+                                  int16_t *lpCoef) {
     Bits bits = lpReader->_bits;
     int32_t nDifference;
     int nLast = ReadDifference(dc, lpReader, &bits, &nDifference) ? 0 : kBadBlock;
     *lpLastDC = static_cast<int32_t>(static_cast<uint32_t>(*lpLastDC) + static_cast<uint32_t>(nDifference));
     lpCoef[0] = static_cast<int16_t>(*lpLastDC);
-    for (int k = 1; k < 64 && nLast != kBadBlock; ++k) {
-        const LookUp look = HuffDecode(ac, lpReader, &bits);
-        int nValue = look.nValue;
-        if (nValue) {
-            k += look.bSymbol;
-        } else {
-            k += look.bSymbol >> 4;
-            if (look.bSymbol == 0xF0)
-                continue;
-            if ((look.bSymbol & 15) == 0)
+    for (int k = nLast == kBadBlock ? 64 : 1; k < 64;) {
+        bits = lpReader->Fill(bits);
+        LookUp look;
+        for (int i = 0; i < kMostInARow; ++i) {
+            look = ac._aLookUp[bits.Peek(kLookBits)];
+            if (!look.nValue)
                 break;
-            nValue = bits.Extend(look.bSymbol & 15);
+            bits.Drop(look.bLength);
+            nLast = k + look.bSymbol;
+            lpCoef[lpOrder[nLast & 63]] = look.nValue;
+            k = nLast + 1;
+            if (k >= 64)
+                break;
         }
-        nLast = k < 64 ? k : kBadBlock;
-        lpCoef[g_anNatural[k & 63]] = static_cast<int16_t>(nValue);
+        if (look.nValue)
+            continue;
+        look = HuffDecode(ac, lpReader, &bits);
+        const int nValueBits = look.bSymbol & 15;
+        k += look.bSymbol >> 4;
+        if (nValueBits) {
+            nLast = k;
+            lpCoef[lpOrder[nLast & 63]] = static_cast<int16_t>(bits.Extend(nValueBits));
+        } else if (look.bSymbol != kSixteenZeros) {
+            break;
+        }
+        ++k;
     }
     lpReader->_bits = bits;
-    return nLast;
-}
-
-// Makes samples of coefficients, which become 0 again.
-void Transform(int nLast, const uint16_t *lpQuant, int16_t *lpCoef, uint8_t *lpSamples) {
-    if (nLast == 0) {
-        FlatIDCT(lpQuant, lpCoef, lpSamples);
-        lpCoef[0] = 0;
-    } else {
-        const auto lpfnTransform = nLast <= kLastOfQuarter ? QuarterIDCT : jpg_IDCT;
-        lpfnTransform(lpQuant, lpCoef, lpSamples);
-        memset(lpCoef, 0, 64 * sizeof *lpCoef);
-    }
+    return nLast < 64 ? nLast : kBadBlock;
 }
 
 // --- The MCUs ---
@@ -97,7 +101,10 @@ enum class Outcome { kGoOn, kEnd, kShort, kFailed };
 class Scan {
   public:
     Scan(JpegState *lpState, const ByteReader &source, uint32_t *lpPixels)
-        : _state(*lpState), _reader(source), _strip(*lpState, lpPixels) {}
+        : _state(*lpState), _kernels(ActiveKernels()), _reader(source), _strip(*lpState, _kernels, lpPixels) {
+        for (int t = 0; t < kTables; ++t)
+            _aQuant[t] = MakeBlockQuant(lpState->_awQuant[t], _kernels.lpOrder);
+    }
 
     Outcome Run();
 
@@ -107,6 +114,8 @@ class Scan {
     Outcome ActOnMarker(uint32_t dwMarker);
 
     JpegState &_state;
+    const Kernels &_kernels;
+    BlockQuant _aQuant[kTables];
     BitReader _reader;
     Strip _strip;
 };
@@ -139,16 +148,16 @@ Outcome Scan::DecodeMCU() {
         const JpegComponent &component = _state._aComponents[c];
         const HuffDecodeTable &dc = _state._aDCDecode[component._bDC];
         const HuffDecodeTable &ac = _state._aACDecode[component._bAC];
-        const uint16_t *lpQuant = _state._awQuant[component._bQuant];
+        const BlockQuant &quant = _aQuant[component._bQuant];
         for (int v = 0; v < component._bV; ++v) {
             for (int h = 0; h < component._bH; ++h) {
-                const int nLast = DecodeBlock(dc, ac, &_reader, &_state._anLastDC[c], _state._aCoef);
+                const int nLast =
+                    DecodeBlock(dc, ac, _kernels.lpOrder, &_reader, &_state._anLastDC[c], _state._aCoef);
                 if (_reader._bits._dwBitCount < 0)
                     return Outcome::kShort;
                 if (nLast == kBadBlock)
                     return Outcome::kFailed;
-                Transform(nLast, lpQuant, _state._aCoef, _state._aSamples);
-                _strip.Put(c, h, v, _state._aSamples);
+                _kernels.lpfnTransform(quant, nLast, _state._aCoef, _strip.Place(c, h, v), Strip::kWidth);
             }
         }
     }

@@ -48,8 +48,7 @@ struct JpegState {
     int32_t _anRatioH[kComponents];  // _bMaxH / _bH and _bMaxV / _bV, in whole numbers
     int32_t _anRatioV[kComponents];
     int32_t _anLastDC[kComponents];
-    int16_t _aCoef[64];     // in natural order; all 0 between two blocks
-    uint8_t _aSamples[64];  // of the same block, row by row; bytes, as they are in _aMCU
+    alignas(32) int16_t _aCoef[64];  // in the order of the transform; all 0 between two blocks
 };
 
 // Tells the user, if there is a way to.

@@ -1,5 +1,3 @@
-// From samples to pixels. Public source of the colours: ITU T.871, clause 7, here with 16 bits of fraction.
-//
 // Chroma is repeated, not filtered: the pixel in column x takes the sample x * H / Hmax of a component, H
 // being its factor and Hmax the greatest of all, and so it is with rows.
 #include "strip.h"
@@ -11,47 +9,6 @@
 namespace jpg {
 
 namespace {
-
-// What Cb and Cr add to Y, for each of a row of pixels.
-struct ColorRow {
-    int16_t anRed[Strip::kWidth];
-    int16_t anGreen[Strip::kWidth];
-    int16_t anBlue[Strip::kWidth];
-};
-
-// --- Loops that compilers turn into vector code ---
-
-// The factors are, in 65536ths: Cr to red 91881, Cb to blue 116130, and to green, where both add up, -46802
-// and -22554. What does not fit into 16 bits is cut into a whole number and a rest: it makes no difference to
-// the result, and products of 16 bits are the fast ones.
-void MakeColors(const uint8_t *lpCb, const uint8_t *lpCr, int nWidth, ColorRow *__restrict lpColors) {
-    constexpr int16_t kRedRest = 91881 - 65536, kBlueRest = 116130 - 2 * 65536, kGreenRest = 65536 - 46802;
-    constexpr int16_t kGreenCb = -22554;
-    constexpr int kHalf = 1 << 15;
-    for (int x = 0; x < nWidth; ++x) {
-        const int16_t nCb = static_cast<int16_t>(lpCb[x] - 128);
-        const int16_t nCr = static_cast<int16_t>(lpCr[x] - 128);
-        const int nGreen = (nCr * kGreenRest + nCb * kGreenCb + kHalf) >> 16;
-        lpColors->anRed[x] = static_cast<int16_t>(nCr + ((nCr * kRedRest + kHalf) >> 16));
-        lpColors->anGreen[x] = static_cast<int16_t>(nGreen - nCr);
-        lpColors->anBlue[x] = static_cast<int16_t>(2 * nCb + ((nCb * kBlueRest + kHalf) >> 16));
-    }
-}
-
-int16_t Clamp(int16_t n) {
-    n = n < 0 ? int16_t{0} : n;
-    return n > 255 ? int16_t{255} : n;
-}
-
-void MakePixels(const uint8_t *lpY, const ColorRow &colors, int nWidth, uint32_t *__restrict lpPixels) {
-    for (int x = 0; x < nWidth; ++x) {
-        const int16_t nRed = Clamp(static_cast<int16_t>(lpY[x] + colors.anRed[x]));
-        const int16_t nGreen = Clamp(static_cast<int16_t>(lpY[x] + colors.anGreen[x]));
-        const int16_t nBlue = Clamp(static_cast<int16_t>(lpY[x] + colors.anBlue[x]));
-        const uint16_t wLow = static_cast<uint16_t>(nBlue | nGreen << 8);
-        lpPixels[x] = wLow | static_cast<uint32_t>(nRed) << 16;
-    }
-}
 
 void MakeGreyPixels(const uint8_t *lpY, int nWidth, uint32_t *__restrict lpPixels) {
     for (int x = 0; x < nWidth; ++x)
@@ -82,8 +39,9 @@ bool IsEven(const JpegState &state) {
 
 // --- The MCUs ---
 
-Strip::Strip(const JpegState &state, uint32_t *lpPixels)
+Strip::Strip(const JpegState &state, const Kernels &kernels, uint32_t *lpPixels)
     : _state(state),
+      _kernels(kernels),
       _lpPixels(lpPixels),
       _nMaxMCUs(kWidth / (kBlock * state._bMaxH)),
       _bEven(IsEven(state)) {}
@@ -122,12 +80,17 @@ void Strip::WriteGrey(int nWidth, int nHeight, uint32_t *lpPixels) const {
 void Strip::WriteColor(int nWidth, int nHeight, uint32_t *lpPixels) const {
     Row abY, abCb, abCr;
     ColorRow colors;
+    const int nRatio = _state._anRatioH[1];
+    const bool bSameRatio = nRatio == _state._anRatioH[2];
+    const int nSamples = (nWidth - 1) / nRatio + 1;
     for (int y = 0; y < nHeight; ++y, lpPixels += _state._wWidth) {
         const bool bSameColors =
             y > 0 && SourceRow(1, y) == SourceRow(1, y - 1) && SourceRow(2, y) == SourceRow(2, y - 1);
-        if (!bSameColors)
-            MakeColors(WideRow(1, y, &abCb), WideRow(2, y, &abCr), nWidth, &colors);
-        MakePixels(WideRow(0, y, &abY), colors, nWidth, lpPixels);
+        if (!bSameColors && bSameRatio)
+            _kernels.lpfnMakeColors(SourceRow(1, y), SourceRow(2, y), nSamples, nRatio, &colors);
+        else if (!bSameColors)
+            _kernels.lpfnMakeColors(WideRow(1, y, &abCb), WideRow(2, y, &abCr), nWidth, 1, &colors);
+        _kernels.lpfnMakePixels(WideRow(0, y, &abY), colors, nWidth, lpPixels);
     }
 }
 

@@ -5,26 +5,23 @@
 // others 8 rows of 128; for one in 4:4:4 all three use 8 rows of 256.
 #pragma once
 
-#include <cstring>
-
+#include "kernels.h"
 #include "state.h"
 
 namespace jpg {
 
 class Strip {
   public:
-    static constexpr int kWidth = 256;
+    static constexpr int kWidth = ColorRow::kWidth;
     static constexpr int kHeight = kBlock * kMaxFactor;
 
     // Of a picture whose frame header has been read, and its pixels.
-    Strip(const JpegState &state, uint32_t *lpPixels);
+    Strip(const JpegState &state, const Kernels &kernels, uint32_t *lpPixels);
 
-    // Takes the samples of a block, row by row: of the MCU that comes next, the block in column h and row v
-    // of a component.
-    void Put(int nComponent, int h, int v, const uint8_t *lpSamples) {
-        const int x = (_nMCUs * _state._aComponents[nComponent]._bH + h) * kBlock;
-        for (int y = 0; y < kBlock; ++y)
-            memcpy(&_aMCU[nComponent][v * kBlock + y][x], lpSamples + ptrdiff_t{kBlock} * y, kBlock);
+    // Where the samples of a block go, rows kWidth apart: of the MCU that comes next, the block in column h and
+    // row v of a component.
+    uint8_t *Place(int nComponent, int h, int v) {
+        return &_aMCU[nComponent][v * kBlock][(_nMCUs * _state._aComponents[nComponent]._bH + h) * kBlock];
     }
 
     // That MCU is complete.
@@ -43,6 +40,7 @@ class Strip {
     const uint8_t *WideRow(int nComponent, int y, Row *lpBuffer) const;
 
     const JpegState &_state;
+    const Kernels &_kernels;
     uint32_t *_lpPixels;  // of the whole picture
     int _nMaxMCUs;        // that find room
     int _nMCUs = 0;       // complete
