@@ -205,8 +205,7 @@ void BenchDecode(const fs::path &path) {
     const std::string strCase = bJPEG ? path.stem().string() : path.filename().string();
     Image image(nullptr, nullptr, 0, 0);
     const double ms = MedianTime([&] {
-        delete[] image._lpPixels;
-        image._lpPixels = nullptr;
+        image.SetPixels(nullptr, true);
         if (!lpfnDecode || !lpfnDecode(&image, reinterpret_cast<const uint8_t *>(strData.data()),
                                        static_cast<uint32_t>(strData.size())))
             image._rc.w = 0;

@@ -88,7 +88,14 @@ Image::Image(Page *lpPage, const char *lpszURL, int nWidth, int nHeight)
 }
 
 Image::~Image() {
-    delete[] _lpPixels;
+    SetPixels(nullptr, true);
+}
+
+void Image::SetPixels(uint32_t *lpPixels, bool bOwned) {
+    if (_bOwnsPixels)
+        delete[] _lpPixels;
+    _lpPixels = lpPixels;
+    _bOwnsPixels = bOwned;
 }
 
 void Image::Render(uint32_t *lpBuffer) {
@@ -125,8 +132,10 @@ void Image::OnData() {
         LoadResourceBitmap(ICON_BROKEN);
     _bDone = 1;
     if (_lpCell) {
-        _lpCell->_lpTable->Unsettle();
-        _lpCell->_nMinWidth = std::max(_lpCell->_nMinWidth, _rc.w);
+        if (_rc.w > _lpCell->_nMinWidth) {
+            _lpCell->_nMinWidth = _rc.w;
+            _lpCell->_lpTable->Unsettle();
+        }
         _lpCell->_nMinHeight = std::max(_lpCell->_nMinHeight, _rc.h);
     }
 }
@@ -175,14 +184,21 @@ void Image::OnTimeout() {
 
 void Image::OnCancelled() {}
 
+// The broken icons of a page, of which there may be many, are all the one of MainFrame.
 void Image::LoadResourceBitmap(uint16_t wId) {
+    const Image *lpShared = wId == ICON_BROKEN ? g_lpMainFrame->_lpIconBroken : nullptr;
+    if (lpShared && lpShared->_lpPixels) {
+        _rc.w = lpShared->_rc.w;
+        _rc.h = lpShared->_rc.h;
+        SetPixels(lpShared->_lpPixels, false);
+        return;
+    }
     for (const IconBitmap &icon : kIcons) {
         if (icon.wId != wId)
             continue;
-        delete[] _lpPixels;
         _rc.w = icon.nWidth;
         _rc.h = icon.nHeight;
-        _lpPixels = new uint32_t[static_cast<size_t>(icon.nWidth * icon.nHeight)];
+        SetPixels(new uint32_t[static_cast<size_t>(icon.nWidth) * static_cast<size_t>(icon.nHeight)], true);
         uint32_t *lpPixel = _lpPixels;
         for (int nRow = 0; nRow < icon.nHeight; ++nRow) {
             for (int nColumn = 0; nColumn < icon.nWidth; ++nColumn)

@@ -20,7 +20,7 @@ class Image : public PageItem, public Resource {
     // WIDTH and HEIGHT of the tag, -1 for none.
     int32_t _nWantWidth;
     int32_t _nWantHeight;
-    // _rc.w x _rc.h pixels, owned; null until they have come.
+    // _rc.w x _rc.h pixels, owned unless they are those of an icon of MainFrame; null until they have come.
     uint32_t *_lpPixels = nullptr;
     ImageDecoder _lpfnDecode = nullptr;
 
@@ -38,11 +38,15 @@ class Image : public PageItem, public Resource {
 
     // Takes pixels and size of an icon. Leaves the Image as it was if there is no such icon.
     void LoadResourceBitmap(uint16_t wId);
+    // Replaces the pixels. Null: there are none any more.
+    void SetPixels(uint32_t *lpPixels, bool bOwned);
 
   private:
     bool Decode();
     bool Stretch();
     void RenderPlaceholder(uint32_t *lpBuffer, int w, int h) const;
+
+    bool _bOwnsPixels = true;
 };
 
 int OnTagImg(Page *lpPage, TagEntry *lpTag, TagAttributes *lpAttributes, const char **lppPos,

@@ -56,8 +56,7 @@ PixelArray::PixelArray(int64_t nWidth, int64_t nHeight) {
 }
 
 int PixelArray::GiveTo(Image *lpImage) {
-    delete[] lpImage->_lpPixels;
-    lpImage->_lpPixels = _lpPixels.release();
+    lpImage->SetPixels(_lpPixels.release(), true);
     lpImage->_rc.w = _nWidth;
     lpImage->_rc.h = _nHeight;
     return 1;

@@ -39,17 +39,13 @@ Table::Table(Page *lpPage) : _lpPage(lpPage) {
     Unsettle();
 }
 
-Table::~Table() {
-    List_Destroy(_lpCols);
-}
-
 void Table::AddColumn(int nWidth, int nHeight, uint8_t bAlign) {
-    TableCell *lpCell = new TableCell;
+    TableCell *lpCell = new (_lpPage->_arena) TableCell;
     lpCell->_nWantWidth = std::max(nWidth, 0);
     lpCell->_nWantHeight = std::max(nHeight, 0);
     lpCell->_bAlign = bAlign;
     lpCell->_lpTable = this;
-    lpllCurCol = List_Prepend(_lpCols, lpCell);
+    lpllCurCol = List_Prepend(_lpCols, lpCell, _lpPage->_arena);
     if (!lpllCurCol->lpNext)
         _lpFirstCol = lpllCurCol;
 }

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
+#include "arena.h"
 #include "htmlparser.h"
-#include "list.h"
 
 class Page;
 
@@ -16,8 +16,8 @@ inline constexpr int kMinColumnWidth = 50;
 
 class Table;
 
-// One column. Widths and heights in pixels.
-struct TableCell {
+// One column, in the Arena of its Page. Widths and heights in pixels.
+struct TableCell : InArena {
     int32_t _nMaxWidth = 0;  // the widest finished row: what the column would like to have
     int32_t _nMinWidth = kMinColumnWidth;
     int32_t _nMinHeight = kMinColumnWidth;
@@ -33,7 +33,7 @@ class Table {
   public:
     int32_t _nWidth = 0;
     Page *_lpPage;
-    // Owned. Head = the last column.
+    // Head = the last column. In the Arena, too.
     List<TableCell> *_lpCols = nullptr;
     // Where the parse stands; null before the first column and behind the last.
     List<TableCell> *lpllCurCol = nullptr;
@@ -43,7 +43,6 @@ class Table {
     explicit Table(Page *lpPage);
     Table(const Table &) = delete;
     Table &operator=(const Table &) = delete;
-    ~Table();
 
     void AddColumn(int nWidth, int nHeight, uint8_t bAlign);
     void StartRow();
