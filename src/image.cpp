@@ -132,10 +132,7 @@ void Image::OnData() {
         LoadResourceBitmap(ICON_BROKEN);
     _bDone = 1;
     if (_lpCell) {
-        if (_rc.w > _lpCell->_nMinWidth) {
-            _lpCell->_nMinWidth = _rc.w;
-            _lpCell->_lpTable->Unsettle();
-        }
+        _lpCell->_lpTable->RaiseMinimum(_lpCell, _rc.w);
         _lpCell->_nMinHeight = std::max(_lpCell->_nMinHeight, _rc.h);
     }
 }

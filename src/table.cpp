@@ -66,6 +66,7 @@ void Table::EndCell() {
 // share out all the room, or not take back all that was too much, leaves the rest to the next one.
 bool Table::DistributeWidths() {
     int32_t nTotal = 0;
+    int32_t nLeast = 0;
     int nColumns = 0;
     bool bChanged = false;
     for (List<TableCell> *lpNode = _lpCols; lpNode; lpNode = lpNode->lpNext, ++nColumns) {
@@ -75,6 +76,7 @@ bool Table::DistributeWidths() {
             bChanged = true;
         }
         nTotal = AddLengths(nTotal, lpCell->_nWidth);
+        nLeast = AddLengths(nLeast, lpCell->_nMinWidth);
     }
     const int32_t nExcess = nTotal - _lpPage->_rc.w;
     int32_t nChange = 0;
@@ -83,7 +85,22 @@ bool Table::DistributeWidths() {
     else if (nExcess < 0)
         nChange = Grow(-nExcess, nColumns);
     _nWidth = nTotal + nChange;
+    _bTight = nExcess > 0 && _nWidth == nLeast && nLeast < kMaxLength;
     return bChanged || nChange != 0;
+}
+
+// In a tight table sharing out would give this column what it needs and find nothing to take from another: that is
+// done here, without a look at the others, of which there may be very many.
+void Table::RaiseMinimum(TableCell *lpCell, int32_t nWidth) {
+    if (nWidth <= lpCell->_nMinWidth)
+        return;
+    lpCell->_nMinWidth = nWidth;
+    if (_bSettled && _bTight) {
+        _nWidth = AddLengths(_nWidth, nWidth - lpCell->_nWidth);
+        lpCell->_nWidth = nWidth;
+    } else {
+        Unsettle();
+    }
 }
 
 void Table::Unsettle() {

@@ -51,6 +51,8 @@ class Table {
     // Shares out the width of the Page among the columns. False if that left all as it was.
     bool DistributeWidths();
 
+    // A column can no longer be narrower. The next DistributeWidths sees to the rest.
+    void RaiseMinimum(TableCell *lpCell, int32_t nWidth);
     // Widths are to be shared out anew: a column needs more than it had, or the last time has not come to an end.
     void Unsettle();
 
@@ -59,6 +61,8 @@ class Table {
     // Unless it is settled it is among the unsettled of its Page.
     bool _bSettled = true;
     Table *_lpNextUnsettled = nullptr;
+    // The columns are too wide for the Page, each as narrow as it can be.
+    bool _bTight = false;
 
   private:
     int32_t Shrink(int32_t nExcess, int nColumns);

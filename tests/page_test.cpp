@@ -1,7 +1,9 @@
 // What becomes of documents and pictures that come late, in crowds or not at all.
 #include "page.h"
 
+#include <array>
 #include <set>
+#include <vector>
 
 #include "engine_fixture.h"
 #include "frameset.h"
@@ -108,6 +110,39 @@ TEST_F(PageTest, AColumnThatAsksForLessThanNothingAsksForNothing) {
     table.AddColumn(-5, -1, ALIGN_RIGHT);
     const TableCell *lpCell = table.lpllCurCol->lpData;
     EXPECT_TRUE(lpCell->_nWantWidth == 0 && lpCell->_nWantHeight == 0 && lpCell->_bAlign == ALIGN_RIGHT);
+}
+
+// One table has its widths shared out with every layout, the other where a layout sees something to do.
+TEST_F(PageTest, WidthsThatAreNotSharedOutAnewAreThoseThatWouldHaveCome) {
+    for (const int nColumns : {1, 5, 15, 16, 40}) {
+        ParsedPage page("", 800), other("", 800);
+        Table table(page.Get()), every(other.Get());
+        uint32_t nSeed = 1;
+        const auto random = [&](uint32_t n) {
+            return static_cast<int>((nSeed = nSeed * 1664525 + 1013904223) >> 8) % static_cast<int>(n);
+        };
+        std::vector<std::array<TableCell *, 2>> cells;
+        for (int i = 0; i < nColumns; ++i) {
+            const int nWant = random(2) * random(300), nMax = random(400);
+            for (Table *lpTable : {&table, &every}) {
+                lpTable->AddColumn(nWant, 0, 0);
+                lpTable->lpllCurCol->lpData->_nMaxWidth = nMax;
+            }
+            cells.push_back({table.lpllCurCol->lpData, every.lpllCurCol->lpData});
+        }
+        for (int nStep = 0; nStep < 300; ++nStep) {
+            const auto &[lpCell, lpOther] =
+                cells[static_cast<size_t>(random(static_cast<uint32_t>(nColumns)))];
+            const int nWidth = random(2) * random(static_cast<uint32_t>(60 + nStep));
+            table.RaiseMinimum(lpCell, nWidth);
+            lpOther->_nMinWidth = std::max(lpOther->_nMinWidth, nWidth);
+            page->Relayout();
+            every.DistributeWidths();
+            ASSERT_EQ(table._nWidth, every._nWidth) << nColumns << " " << nStep;
+            for (const auto &[lpOne, lpTwo] : cells)
+                ASSERT_EQ(lpOne->_nWidth, lpTwo->_nWidth) << nColumns << " " << nStep;
+        }
+    }
 }
 
 // Arrivals share layouts, so that work grows as the page does, and no faster. The host hears of each all the same.
