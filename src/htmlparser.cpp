@@ -77,9 +77,10 @@ struct Reader {
     }
 };
 
-// Tag names have eight letters at most, so that a name is one number: its letters, the last one lowest, behind a 1 that
-// tells a name from one with zeros in front.
+// Tag names have eight letters and digits at most, so that a name is one number: its bytes, the last one lowest, behind a
+// 1 unless there are eight. Other bytes could pass for that 1 and for the zeros in front of it.
 constexpr int kLongestName = 8;
+constexpr char kLowestInName = '0';
 
 constexpr uint64_t AppendLetter(uint64_t qwName, char c) {
     return qwName << 8 | static_cast<uint8_t>(ToUpper(c));
@@ -123,6 +124,8 @@ const TagEntry *FindRow(const Reader &reader, int nAhead, int *lpnLength) {
             const size_t nPlace = TagIndex::Place(qwName);
             return kTagIndex.aqwNames[nPlace] == qwName ? &g_aTagTable[kTagIndex.abRows[nPlace]] : nullptr;
         }
+        if (static_cast<uint8_t>(c) < kLowestInName)
+            return nullptr;
         qwName = AppendLetter(qwName, c);
     }
     return nullptr;

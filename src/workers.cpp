@@ -79,9 +79,7 @@ void WorkerRegistry::Close() {
     while (_lpLongest && !_nRunning) {
         Worker *lpWorker = TakeWaiting();
         lock.unlock();
-        lpWorker->lpResource->OnCancelled();
-        Leave(lpWorker);
-        delete lpWorker;
+        EndCancelled(lpWorker);
         lock.lock();
     }
     while (_nRunning) {
@@ -156,16 +154,49 @@ void WorkerRegistry::Await(Worker *lpWorker) {
         _lpLongest = lpWorker;
 }
 
+void WorkerRegistry::StopWaiting(Worker *lpWorker) {
+    if (lpWorker == _lpLongest)
+        _lpLongest = lpWorker->lpPrev;
+    Unlink(_lpWaiting, lpWorker);
+}
+
 // The one that has waited longest.
 Worker *WorkerRegistry::TakeWaiting() {
     Worker *lpWorker = _lpLongest;
-    _lpLongest = lpWorker->lpPrev;
-    Unlink(_lpWaiting, lpWorker);
+    StopWaiting(lpWorker);
     return lpWorker;
+}
+
+void WorkerRegistry::EndCancelled(Worker *lpWorker) {
+    lpWorker->lpResource->OnCancelled();
+    Leave(lpWorker);
+    delete lpWorker;
+}
+
+// The threads may all be taken for as long as a fetch may last.
+void WorkerRegistry::EndCancelled() {
+    Worker *lpCancelled = nullptr;
+    {
+        const Lock lock(_mutex);
+        Worker *lpNext;
+        for (Worker *lpWorker = _lpWaiting; lpWorker; lpWorker = lpNext) {
+            lpNext = lpWorker->lpNext;
+            if (lpWorker->lpResource->IsCancelled()) {
+                StopWaiting(lpWorker);
+                Link(lpCancelled, lpWorker);
+            }
+        }
+    }
+    while (lpCancelled) {
+        Worker *lpNext = lpCancelled->lpNext;
+        EndCancelled(lpCancelled);
+        lpCancelled = lpNext;
+    }
 }
 
 void WorkerRegistry::RunStranded() {
     t_bOwnThread = true;
+    EndCancelled();
     Lock lock(_mutex);
     while (_lpLongest && !_nRunning) {
         Worker *lpWorker = TakeWaiting();

@@ -37,8 +37,8 @@ class WorkerRegistry {
     // Starts a worker for lpResource. If there are enough threads, or the system gives no further one, the Resource
     // waits for a worker that ends, or for RunStranded.
     void Start(Resource *lpResource);
-    // Takes care of Resources that wait for a thread while no worker runs that could take them over: tries
-    // again, and ends them as failed fetches if there is still none. On the timer's thread.
+    // Takes care of Resources that wait for a thread: ends those that are cancelled; and while no worker runs that could
+    // take them over, tries again, and ends them as failed fetches if there is still none. On the timer's thread.
     void RunStranded() EXCLUDES(_mutex);
     // Wakes the worker of lpResource, if it waits for its turn.
     void Wake(Resource *lpResource) REQUIRES(_mutex);
@@ -66,7 +66,10 @@ class WorkerRegistry {
     bool Continue(Worker *lpWorker);
     bool Launch(Worker *lpWorker) REQUIRES(_mutex);
     void Await(Worker *lpWorker) REQUIRES(_mutex);
+    void StopWaiting(Worker *lpWorker) REQUIRES(_mutex);
     Worker *TakeWaiting() REQUIRES(_mutex);
+    void EndCancelled(Worker *lpWorker) EXCLUDES(_mutex);
+    void EndCancelled() EXCLUDES(_mutex);
     void Leave(Worker *lpWorker) EXCLUDES(_mutex);
     void Reap() EXCLUDES(_mutex);
     void Count(Resource *lpResource, int nStep) REQUIRES(_mutex);

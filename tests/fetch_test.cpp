@@ -173,6 +173,16 @@ TEST_F(FetchTest, CancellationAndShutDownDoNotWaitForTheQueue) {
     std::string strEnds;
     for (int i = 0; i < 60; ++i, strEnds += "cancelled ")
         Start("file");
+    // Nor for a thread.
+    EXPECT_TRUE(IsSwift([] {
+        tessel_OpenURL("a.htm");
+        tessel_OnCancel();
+        EXPECT_TRUE(WaitUntil([] {
+            platform_FetchCounts counts;
+            platform_GetFetchCounts(&counts);
+            return !counts.pages_running;
+        }));
+    }));
     EXPECT_TRUE(IsSwift(tessel_ShutDown));
     EXPECT_EQ(Ends(), strEnds);
     EXPECT_EQ(g_nCallbacks, 0);
