@@ -86,7 +86,7 @@ bool Table::DistributeWidths() {
         nChange = Grow(-nExcess, nColumns);
     _nWidth = nTotal + nChange;
     _bTight = nExcess > 0 && _nWidth == nLeast && nLeast < kMaxLength;
-    return bChanged || nChange != 0;
+    return !_bTight && (bChanged || nChange != 0);
 }
 
 // In a tight table sharing out would give this column what it needs and find nothing to take from another: that is

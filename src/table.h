@@ -48,7 +48,7 @@ class Table {
     void StartRow();
     // lpllCurCol must not be null.
     void EndCell();
-    // Shares out the width of the Page among the columns. False if that left all as it was.
+    // Shares out the width of the Page among the columns. False if doing so again would change nothing.
     bool DistributeWidths();
 
     // A column can no longer be narrower. The next DistributeWidths sees to the rest.
