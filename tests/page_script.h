@@ -26,10 +26,13 @@ class PageScript : public EngineTest {
 
     Answer ActOnPage(const std::string &strVerb, std::istringstream &words);
     Answer ActOnEngine(const std::string &strVerb, std::istringstream &words);
+    Answer ActOnControl(const std::string &strVerb, std::istringstream &words);
     Answer ActOnWord(const std::string &strVerb, std::istringstream &words);
     // The Page that is acted on: the one that was parsed here, or what the engine shows; may be null.
     Page *Shown() { return _lpParsed ? _lpParsed->Get() : g_lpMainFrame->_lpPage; }
     std::string Look();
+    std::string Control();
+    std::string Use(std::istringstream &words);
     // Wait for what an action has begun, unless others have to wait for their turn.
     std::string Settle();
     std::string SettleAndLook();
