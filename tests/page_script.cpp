@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <iterator>
-#include <map>
+#include <optional>
 
 #include "controls.h"
 #include "fontmanager.h"
@@ -175,6 +175,12 @@ int Length(const List<T> *lpNode) {
     return nLength;
 }
 
+uint32_t ReadNumber(std::istringstream &words) {
+    uint32_t dwNumber = 0;
+    words >> dwNumber;
+    return dwNumber;
+}
+
 // Up to four numbers; 0 for those that are not there.
 Rect ReadRect(std::istringstream &words) {
     Rect rc;
@@ -216,6 +222,12 @@ void Type(const std::string &strKeys) {
         tessel_OnKeyUp(nHeld);
         nHeld = 0;
     }
+}
+
+void ClickNewest() {
+    const Rect &rc = PageInUse()->_lpChildren->lpData->_rc;
+    for (auto *lpfnSend : {tessel_OnMouseMove, tessel_OnLMouseDown, tessel_OnLMouseUp})
+        lpfnSend(static_cast<uint16_t>(rc.x + 1), static_cast<uint16_t>(rc.y + 1));
 }
 
 void LendClipboard(const std::string &strText) {
@@ -453,134 +465,89 @@ void PageScript::ReplacePage() {
     g_lpMainFrame->SetPage(new Page(g_lpMainFrame, &g_lpMainFrame->_rc, &g_lpMainFrame->_rc, ""));
 }
 
+// Keeps the turn to fetch.
+void PageScript::Hold() {
+    _lpTurn = std::make_unique<FetchTurn::Waiter>();
+    EXPECT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(_lpTurn.get(), 20000));
+}
+
+// Goes to a field by Tab, and uses it.
+std::string PageScript::UseField(std::istringstream &words) {
+    std::string strValue;
+    words >> strValue;
+    Open(WriteFile("page.html", "<INPUT MAXLENGTH=11 VALUE=" + strValue + ">"));
+    Type("\t");
+    const std::string strBefore = Control() + " ";
+    return strBefore + Use(words);
+}
+
 // What asks for a page and looks at it.
-PageScript::Answer PageScript::ActOnPage(const std::string &strVerb, std::istringstream &words) {
-    if (strVerb == "page")
-        return Parse(Rest(words));
-    if (strVerb == "look")
-        return Look();
-    const Rect rc = ReadRect(words);
-    if (strVerb == "buffer")
-        return EndScript(), StartScript(rc.x, rc.y), "";
-    if (strVerb == "size") {
-        _szPage = {rc.x, rc.y ? rc.y : 300};
-        return "";
-    }
-    if (strVerb == "resize") {
-        Shown()->_rc.w = rc.x;
-        Shown()->Relayout();
-        return Look();
-    }
-    if (strVerb == "dirty") {
-        Shown()->AddDirtyRect(rc.x, rc.y, rc.w, rc.h);
-        return ToText(Shown()->_rcDirty);
-    }
-    if (strVerb == "paint" || strVerb == "repaint") {
-        Paint(strVerb == "repaint");
-        return CountColors(rc.w ? rc : Rect(0, 0, _szBuffer.w, _szBuffer.h));
-    }
-    if (strVerb == "picture")
-        return Picture(rc);
-    return std::nullopt;
+PageScript::Verbs PageScript::PageVerbs(std::istringstream &words, const Rect &rc) {
+    const auto Count = [&] { return CountColors(rc.w ? rc : Rect(0, 0, _szBuffer.w, _szBuffer.h)); };
+    return {
+        {"page", [&] { return Parse(Rest(words)); }},
+        {"look", [&] { return Look(); }},
+        {"show",
+         [&] {
+             return _views = {std::istream_iterator<std::string>(words), {}}, "";
+         }},
+        {"buffer", [&] { return EndScript(), StartScript(rc.x, rc.y), ""; }},
+        {"size",
+         [&] {
+             return _szPage = {rc.x, rc.y ? rc.y : 300}, "";
+         }},
+        {"resize", [&] { return Shown()->_rc.w = rc.x, Shown()->Relayout(), Look(); }},
+        {"dirty", [&] { return Shown()->AddDirtyRect(rc.x, rc.y, rc.w, rc.h), ToText(Shown()->_rcDirty); }},
+        {"paint", [&, Count] { return Paint(false), Count(); }},
+        {"repaint", [&, Count] { return Paint(true), Count(); }},
+        {"picture", [&] { return Picture(rc); }},
+    };
 }
 
-// What the host of the engine does, and what is done to the engine.
-PageScript::Answer PageScript::ActOnEngine(const std::string &strVerb, std::istringstream &words) {
-    const std::pair<const char *, void (*)()> aCalls[] = {{"back", tessel_Prev},
-                                                          {"cancel", tessel_OnCancel},
-                                                          {"invalidate", tessel_Invalidate},
-                                                          {"settle", [] {}}};
-    for (const auto &[lpszName, lpfnCall] : aCalls) {
-        if (strVerb == lpszName)
-            return lpfnCall(), SettleAndLook();
-    }
-    if (strVerb == "load")
-        return Open(WriteFile("page.html", Rest(words)));
-    if (strVerb == "open")
-        return Open(Rest(words));
-    if (strVerb == "hold") {
-        _lpTurn = std::make_unique<FetchTurn::Waiter>();
-        EXPECT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(_lpTurn.get(), 20000));
-        return "";
-    }
-    if (strVerb == "go") {
-        g_lpMainFrame->_hFetchMutex.Release();
-        _lpTurn.reset();
-        return SettleAndLook();
-    }
-    if (strVerb == "wait")
-        return WaitForWorkers() ? Look() : "in vain";
-    if (strVerb == "replace")
-        return ReplacePage(), WaitForWorkers() ? Look() : "in vain";
-    return std::nullopt;
+// What the host of the engine and its user do, and what is done to the engine.
+PageScript::Verbs PageScript::EngineVerbs(std::istringstream &words) {
+    return {
+        {"back", [&] { return tessel_Prev(), SettleAndLook(); }},
+        {"cancel", [&] { return tessel_OnCancel(), SettleAndLook(); }},
+        {"invalidate", [&] { return tessel_Invalidate(), SettleAndLook(); }},
+        {"settle", [&] { return SettleAndLook(); }},
+        {"load", [&] { return Open(WriteFile("page.html", Rest(words))); }},
+        {"open", [&] { return Open(Rest(words)); }},
+        {"hold", [&] { return Hold(), ""; }},
+        {"go", [&] { return g_lpMainFrame->_hFetchMutex.Release(), _lpTurn.reset(), SettleAndLook(); }},
+        {"wait", [&] { return WaitForWorkers() ? Look() : "in vain"; }},
+        {"replace", [&] { return ReplacePage(), WaitForWorkers() ? Look() : "in vain"; }},
+        {"clock", [&] { return g_dwNow = ReadNumber(words), ""; }},
+        {"tick", [&] { return g_lpMainFrame->OnTimer(g_dwNow + ReadNumber(words)), SettleAndLook(); }},
+        {"use", [&] { return Use(words); }},
+        {"field", [&] { return UseField(words); }},
+        {"click", [&] { return ClickNewest(), SettleAndLook(); }},
+        {"clipboard", [&] { return LendClipboard(Rest(words)), ""; }},
+        {"told", [&] { return std::to_string(g_nChanges.exchange(0)); }},
+    };
 }
 
-// What a person does with a control.
-PageScript::Answer PageScript::ActOnControl(const std::string &strVerb, std::istringstream &words) {
-    if (strVerb == "use")
-        return Use(words);
-    if (strVerb == "field") {
-        std::string strValue;
-        words >> strValue;
-        Open(WriteFile("page.html", "<INPUT MAXLENGTH=11 VALUE=" + strValue + ">"));
-        Type("\t");
-        const std::string strBefore = Control() + " ";
-        return strBefore + Use(words);
-    }
-    if (strVerb == "click") {
-        const Rect &rc = PageInUse()->_lpChildren->lpData->_rc;
-        for (auto *lpfnSend : {tessel_OnMouseMove, tessel_OnLMouseDown, tessel_OnLMouseUp})
-            lpfnSend(static_cast<uint16_t>(rc.x + 1), static_cast<uint16_t>(rc.y + 1));
-        return SettleAndLook();
-    }
-    if (strVerb == "clipboard")
-        return LendClipboard(Rest(words)), "";
-    if (strVerb == "told")
-        return std::to_string(g_nChanges.exchange(0));
-    return std::nullopt;
-}
-
-// A word and numbers.
-PageScript::Answer PageScript::ActOnWord(const std::string &strVerb, std::istringstream &words) {
-    if (strVerb == "show")
-        return _views = {std::istream_iterator<std::string>(words), {}}, "";
-    if (strVerb == "color")
-        return Print("%06X", ParseColor(Rest(words).c_str()));
-    if (strVerb == "number")
-        return std::to_string(ParseInt(Rest(words).c_str()));
-    if (strVerb == "tags")
-        return TagTable();
-    std::string strName;
-    if (strVerb == "file" || strVerb == "url")
-        words >> strName;
-    if (strVerb == "file")
-        return WriteFile(strName, Rest(words)), "";
-    if (strVerb == "url")
-        return SplitURL(strName, Rest(words));
-    uint32_t dwNumber = 0;
-    if (strVerb == "clock")
-        return words >> dwNumber, g_dwNow = dwNumber, "";
-    if (strVerb == "tick") {
-        words >> dwNumber;
-        g_lpMainFrame->OnTimer(g_dwNow + dwNumber);
-        return SettleAndLook();
-    }
-    return std::nullopt;
+// One reader alone, and the files that others read.
+PageScript::Verbs PageScript::TextVerbs(std::istringstream &words, std::string &strName) {
+    return {
+        {"color", [&] { return Print("%06X", ParseColor(Rest(words).c_str())); }},
+        {"number", [&] { return std::to_string(ParseInt(Rest(words).c_str())); }},
+        {"tags", TagTable},
+        {"file", [&] { return words >> strName, WriteFile(strName, Rest(words)), ""; }},
+        {"url", [&] { return words >> strName, SplitURL(strName, Rest(words)); }},
+    };
 }
 
 std::string PageScript::Act(const std::string &strLine) {
-    for (const auto lpfnAct : {&PageScript::ActOnPage, &PageScript::ActOnEngine, &PageScript::ActOnControl,
-                               &PageScript::ActOnWord}) {
-        std::istringstream words(strLine);
-        std::string strVerb;
-        words >> strVerb;
-        if (const auto answer = (this->*lpfnAct)(strVerb, words))
-            return Escape(*answer);
-    }
-    std::istringstream words(strLine);
-    std::string strVerb;
+    std::istringstream words(strLine), numbers(strLine);
+    std::string strVerb, strName;
     words >> strVerb;
-    const Rect rc = ReadRect(words);
+    numbers >> strVerb;
+    const Rect rc = ReadRect(numbers);
+    for (const Verbs &verbs : {PageVerbs(words, rc), EngineVerbs(words), TextVerbs(words, strName)}) {
+        if (verbs.contains(strVerb))
+            return Escape(verbs.at(strVerb)());
+    }
     return Escape(Send(strVerb, rc.x, rc.y));
 }
 
