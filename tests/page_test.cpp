@@ -102,6 +102,14 @@ TEST_F(PageTest, PicturesThatNeverCome) {
     EXPECT_TRUE(lpImage->_bDone && lpImage->_rc.w == 28 && lpImage->_rc.h == 30);
 }
 
+TEST_F(PageTest, AColumnThatAsksForLessThanNothingAsksForNothing) {
+    ParsedPage page("", 400);
+    Table table(page.Get());
+    table.AddColumn(-5, -1, ALIGN_RIGHT);
+    const TableCell *lpCell = table.lpllCurCol->lpData;
+    EXPECT_TRUE(lpCell->_nWantWidth == 0 && lpCell->_nWantHeight == 0 && lpCell->_bAlign == ALIGN_RIGHT);
+}
+
 // Arrivals share layouts, so that work grows as the page does, and no faster. The host hears of each all the same.
 TEST_F(PageTest, FiveHundredPicturesShareLayouts) {
     WriteFile("red.tga", RedTGA(20, 10));
