@@ -352,6 +352,8 @@ std::string PageScript::Send(const std::string &strEvent, int x, int y) {
 std::string PageScript::Control() {
     constexpr uint32_t kLight = 0xC0CCD8, kSunken = 0x4E657C, kSelection = 0x506478;
     tessel_Render(Buffer());
+    if (!PageInUse() || !PageInUse()->_lpChildren)
+        return "nothing";
     const auto &control = *static_cast<FormControl *>(PageInUse()->_lpChildren->lpData);
     const int x = PageInUse()->_rc.x + control._rc.x;
     if (PixelAt(x, 0) != kSunken)
