@@ -1,4 +1,4 @@
-// The routing of events, the hover and the focus, among Elements that write down what they are told.
+// The routing of events and the hover, among Elements that write down what they are told.
 #include "element.h"
 
 #include <atomic>
@@ -17,8 +17,8 @@ std::atomic<int> g_nCallbacks;
 // one, 7 for everything else.
 class Probe : public Element {
   public:
-    Probe(std::string *lpLog, char cName, const Rect &rc, int bTabStop = 0)
-        : Element(nullptr, bTabStop), _lpLog(lpLog), _cName(cName) {
+    Probe(std::string *lpLog, char cName, const Rect &rc)
+        : Element(nullptr, 0), _lpLog(lpLog), _cName(cName) {
         _rc = rc;
     }
     int OnSetFocus() override { return Note("focus") - 6; }
@@ -53,32 +53,26 @@ class Probe : public Element {
 class ElementTest : public EngineTest {
   protected:
     // A root at (100, 50) with two children, 20 pixels wide, that overlap from x = 10 to 20; a is the older one.
-    void Restart() {
-        _lpRoot = std::make_unique<Element>(nullptr, 0);
-        _lpRoot->_rc = Rect(100, 50, 200, 100);
-        _lpRoot->AddChild(new Probe(&_strLog, 'a', Rect(0, 0, 20, 20), 1));
-        _lpRoot->AddChild(_lpB = new Probe(&_strLog, 'b', Rect(10, 0, 20, 20)));
-        _strLog.clear();
-    }
-    // Sends mouse events, each a letter and a place, to a new root; what the children write down, and the results.
+    // Gets mouse events, each a letter and a place; what the children write down, and the results.
     std::string Play(const char *lpszScript) {
         constexpr int (Element::*kEvents[])(uint16_t, uint16_t) = {
             &Element::OnMouseMove, &Element::OnLMouseDown, &Element::OnRMouseDown, &Element::OnLMouseUp,
             &Element::OnRMouseUp,  &Element::OnLMouseDrag, &Element::OnRMouseDrag};
-        Restart();
+        Element root(nullptr, 0);
+        root._rc = Rect(100, 50, 200, 100);
+        root.AddChild(new Probe(&_strLog, 'a', Rect(0, 0, 20, 20)));
+        root.AddChild(new Probe(&_strLog, 'b', Rect(10, 0, 20, 20)));
         std::istringstream script(lpszScript);
         char cEvent, cComma;
         for (uint16_t x, y; script >> cEvent >> x >> cComma >> y;) {
             const auto lpfnEvent = kEvents[std::string("MLRlrdD").find(cEvent)];
-            _strLog += "=" + std::to_string((_lpRoot.get()->*lpfnEvent)(x, y)) + " ";
+            _strLog += "=" + std::to_string((root.*lpfnEvent)(x, y)) + " ";
         }
         return TakeLog();
     }
     std::string TakeLog() { return std::exchange(_strLog, ""); }
 
     std::string _strLog;
-    Probe *_lpB;
-    std::unique_ptr<Element> _lpRoot;
 };
 
 TEST_F(ElementTest, MouseEventsTakeTheirWay) {
@@ -100,31 +94,6 @@ TEST_F(ElementTest, MouseEventsTakeTheirWay) {
     EXPECT_EQ(Play("M105,55 D105,55 D5,5"), "a enter a M5,5 =0 a leave =1 =1 ");
 }
 
-TEST_F(ElementTest, TabRunsThroughTheTabStopsAndWraps) {
-    Restart();
-    _lpRoot->AddChild(new Probe(&_strLog, 'c', Rect(), 1));
-    _lpRoot->AddChild(new Probe(&_strLog, 'd', Rect(), 1));
-    const auto Tab = [this](const std::string &strShifts) {
-        for (const char cShift : strShifts) {
-            g_lpMainFrame->_bShift = cShift == 'S';
-            _strLog += "=" + std::to_string(_lpRoot->OnKeyDown(9)) + " ";
-        }
-        return TakeLog();
-    };
-    EXPECT_EQ(Tab("----"), "a focus =1 a blur c focus =3 c blur d focus =3 d blur a focus =3 ");
-    EXPECT_EQ(Tab("SS"), "a blur d focus =3 d blur c focus =3 ");
-    EXPECT_EQ(_lpRoot->SetFocus(_lpB), 3);
-    EXPECT_EQ(_lpRoot->OnSysKeyDown(65), 7);
-    EXPECT_EQ(_lpRoot->OnSysKeyUp(65), 7);
-    EXPECT_EQ(TakeLog(), "c blur b focus b sysdown65 b sysup65 ") << "where Tab does not stop";
-    EXPECT_EQ(_lpRoot->SetFocus(_lpB), 0);
-    _lpRoot->_lpFocus = nullptr;
-    EXPECT_EQ(Tab("S"), "d focus =1 ") << "the very first one";
-    for (auto *lpNode = _lpRoot->_lpChildren; lpNode; lpNode = lpNode->lpNext)
-        lpNode->lpData->_bTabStop = 0;
-    EXPECT_EQ(Tab("-S-"), "d blur =2 =0 =0 ") << "nowhere to stop";
-}
-
 // From the host through two Frames, at (100, 60) and (60, 40) of that, to a Page; and what a busy Page misses.
 TEST_F(ElementTest, EventsReachThePageOfAFrameUnlessAWorkerHasIt) {
     const auto SendAll = [this] {
@@ -132,7 +101,8 @@ TEST_F(ElementTest, EventsReachThePageOfAFrameUnlessAWorkerHasIt) {
         for (auto lpfnSend : {tessel_OnMouseMove, tessel_OnLMouseDown, tessel_OnLMouseDrag, tessel_OnLMouseUp,
                               tessel_OnRMouseDown, tessel_OnRMouseUp})
             EXPECT_EQ(lpfnSend(165, 107), 0);
-        for (auto lpfnSend : {tessel_OnChar, tessel_OnKeyDown, tessel_OnKeyUp})
+        for (auto lpfnSend :
+             {tessel_OnChar, tessel_OnKeyDown, tessel_OnKeyUp, tessel_OnSysKeyDown, tessel_OnSysKeyUp})
             EXPECT_EQ(lpfnSend(65), 0);
         return TakeLog() + std::to_string(g_nCallbacks);
     };
@@ -156,7 +126,7 @@ TEST_F(ElementTest, EventsReachThePageOfAFrameUnlessAWorkerHasIt) {
         std::lock_guard lock(lpFrame->_hPageMutex);
         std::thread([&] { EXPECT_EQ(SendAll(), "0"); }).join();
     }
-    // The host is told of each but the move, whose result goes no further.
+    // The host is told of each but the move, whose result goes no further. A Page gets no keys of the system.
     EXPECT_EQ(SendAll(),
               "a enter a M5,7 a focus a L5,7 a d5,7 a l5,7 a R5,7 a r5,7 a char65 a down65 a up65 8");
     EXPECT_EQ(tessel_OnKeyDown(0x10) + tessel_OnKeyDown(0x11), 0);
@@ -164,4 +134,28 @@ TEST_F(ElementTest, EventsReachThePageOfAFrameUnlessAWorkerHasIt) {
     EXPECT_EQ(tessel_OnKeyUp(0x10) + tessel_OnKeyUp(0x11), 0);
     EXPECT_EQ(g_lpMainFrame->_bShift + g_lpMainFrame->_bCtrl, 0);
     EXPECT_EQ(TakeLog(), "") << "Shift and Ctrl are never seen by a Page";
+}
+
+// A service that the host has lent is called inside an event, in the middle of everything.
+TEST_F(ElementTest, CallsFromInsideAnEventDoNothing) {
+    class Service : public Element {
+      public:
+        using Element::Element;
+        int OnChar(int) override {
+            uint32_t dwPixel = 0;
+            tessel_OpenURL("B");
+            tessel_Render(&dwPixel);
+            return tessel_OnSysKeyDown(0x25);
+        }
+    };
+    g_nCallbacks = 0;
+    tessel_SetCallback(4, [](int) { ++g_nCallbacks; });
+    Load(WriteFile("A", "<TITLE>A</TITLE>"));
+    Page *lpPage = g_lpMainFrame->_lpPage;
+    lpPage->AddChild(new Service(lpPage, 1));
+    lpPage->SetFocus(lpPage->_lpChildren->lpData);
+    tessel_OnChar('x');
+    ASSERT_TRUE(WaitForWorkers());
+    EXPECT_EQ(Title(), "A");
+    EXPECT_TRUE(!g_lpMainFrame->_lpHistory->lpNext && g_nCallbacks == 1);
 }

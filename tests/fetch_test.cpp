@@ -8,6 +8,7 @@
 #include "dllmain.h"
 #include "engine_fixture.h"
 #include "image.h"
+#include "name_service.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "tessel.h"
@@ -186,4 +187,21 @@ TEST_F(FetchTest, CancellationAndShutDownDoNotWaitForTheQueue) {
     EXPECT_TRUE(IsSwift(tessel_ShutDown));
     EXPECT_EQ(Ends(), strEnds);
     EXPECT_EQ(g_nCallbacks, 0);
+}
+
+// While the name service is being asked, neither an event nor the end of the library waits for it.
+TEST_F(FetchTest, SlowNamesDoNotHoldTheHost) {
+    const auto ExpectSwiftEnd = [this] {
+        ASSERT_TRUE(WaitUntil([] { return g_nSlowNames > 0; }));
+        g_nSlowNames = 0;
+        EXPECT_TRUE(IsSwift([this] { tessel_OnChar('x'), StopEngine(); }));
+    };
+    // The clock stands still, so that the timer does nothing by itself. A name is asked for once.
+    platform::ReplaceTicks([] { return g_dwNow.load(); });
+    tessel_OpenURL(WriteFile("frames", "<FRAMESET COLS=400><FRAME SRC=slow1/x>").c_str());
+    ExpectSwiftEnd();
+    RestartEngine();
+    Load(WriteFile("refresh", "<META HTTP-EQUIV=REFRESH CONTENT=5 URL=slow2/x>"));
+    g_dwNow += 5000;
+    ExpectSwiftEnd();
 }

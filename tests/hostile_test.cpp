@@ -2,6 +2,7 @@
 // rows, each in bounded time.
 #include <chrono>
 #include <random>
+#include <ranges>
 
 #include "page_script.h"
 #include "tessel.h"
@@ -84,4 +85,29 @@ TEST_F(HostileTest, EveryPrefixOfAPage) {
         "<TITLE>a &lt; b</TITLE><BODY BGCOLOR=\"#123456\" TEXT=red><A HREF='x'>&quot;y</A>&nbs;<BR";
     for (size_t n = 0; n <= strPage.size(); ++n)
         ParsedPage(strPage.substr(0, n), 100);
+}
+
+// Whatever the size of the page, controls fill it and are painted nowhere else.
+TEST_F(HostileTest, ControlsAreCutAtTheEdges) {
+    constexpr int kSizes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 20, 27, 33, 35};
+    for (const char *lpszType :
+         {"TEXT VALUE=abcd SIZE=2", "SUBMIT VALUE=ab", "SUBMIT VALUE=abcdefghijklmnopq"}) {
+        for (const int i : std::views::iota(0, 14 * 14)) {
+            const int w = kSizes[i % 14], h = kSizes[i / 14];
+            g_lpMainFrame->_rc = Rect(0, 0, w, h);
+            ParsedPage page(std::string("<INPUT TYPE=") + lpszType, w, h);
+            std::fill_n(Buffer(), 400 * 300, kUntouched);
+            page->OnKeyDown(9);
+            g_lpMainFrame->_bShift = 1;
+            page->OnKeyDown(36);  // Home
+            g_lpMainFrame->_bShift = 0;
+            page->OnMouseMove(0, 0);
+            for (int nPass = 0; nPass < 2; ++nPass) {
+                page->Render(Buffer());
+                ASSERT_EQ(CountPixels(kUntouched, 0, 0, 400, 40), 400 * 40 - w * h)
+                    << lpszType << w << "x" << h;
+                page->OnLMouseDown(0, 0);
+            }
+        }
+    }
 }

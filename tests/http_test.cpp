@@ -127,8 +127,7 @@ namespace {
 enum Wait { kInConnect, kInReceive, kInDrip, kInSend };
 
 std::atomic<uint32_t> g_dwNow;
-std::atomic<int> g_nLooks;
-std::atomic<int> g_nDescriptorFlags;
+std::atomic<int> g_nLooks, g_nDescriptorFlags;
 
 // The clock of a test. It is read on the thread that fetches, which may look at the connection.
 uint32_t TestTicks() {
@@ -158,10 +157,7 @@ TEST_F(HttpTest, WaitEndsAtTheLimitOrWithACancellation) {
     std::string strFull;
     const std::vector<int> sockets = FillListener(&strFull);
     platform::ReplaceTicks(TestTicks);
-    const struct {
-        uint32_t dwStart;
-        bool bCancels;
-    } aEnds[] = {{1000, false}, {0xFFFFFFFFu - 15000, false}, {1000, true}};
+    const std::pair<uint32_t, bool> aEnds[] = {{1000, false}, {0xFFFFFFFFu - 15000, false}, {1000, true}};
     for (const Wait wait : {kInConnect, kInReceive, kInDrip, kInSend}) {
         for (const auto &[dwStart, bCancels] : aEnds) {
             SCOPED_TRACE("wait " + std::to_string(wait) + " from " + std::to_string(dwStart));

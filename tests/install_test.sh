@@ -52,6 +52,11 @@ cd "$source/examples/pages"
 strict=(-std=c11 -D_XOPEN_SOURCE=700 -Wall -Wextra -Wpedantic -Werror)
 flags=$("${config[@]}" --cflags --libs tessel)
 # shellcheck disable=SC2086 # flags are words
+for header in tessel.h tessel_host.h; do
+    cc "${strict[@]}" -fsyntax-only -xc $flags - <<<"#include <$header>"
+    c++ -Wall -Wextra -Wpedantic -Werror -fsyntax-only -xc++ $flags - <<<"#include <$header>"
+done
+# shellcheck disable=SC2086
 cc "${strict[@]}" "$source/examples/first.c" -o "$work/first" $flags
 "$work/first" index.html >"$work/first.ppm"
 expect "head of the picture" "$(head -n 1 "$work/first.ppm")" "P6 800 600 255"

@@ -7,15 +7,7 @@
 
 #include "loaded_library.h"
 
-namespace {
-
-std::atomic<int> g_nCallbacks{0};
-
-void CountCallback(int) {
-    ++g_nCallbacks;
-}
-
-}  // namespace
+static std::atomic<int> g_nCallbacks{0};
 
 TEST_F(LibraryTest, TakesAHostThroughTheLifeOfAPage) {
     Library library;
@@ -23,7 +15,7 @@ TEST_F(LibraryTest, TakesAHostThroughTheLifeOfAPage) {
     EXPECT_EQ(lpfnInit(this, 80, 0) + lpfnInit(this, -1, 60) + lpfnInit(nullptr, 80, 60), 0);
     g_nCallbacks = 0;
     for (const int nSlot : {int{TESSEL_CALLBACK_CHANGED}, 5, -1})
-        TESSEL_CALL(library, tessel_SetCallback)(nSlot, CountCallback);
+        TESSEL_CALL(library, tessel_SetCallback)(nSlot, [](int) { ++g_nCallbacks; });
     std::filesystem::create_directory("cache");
     std::ofstream("cache/jbcf-left") << "by a writer that has crashed";
     std::filesystem::last_write_time("cache/jbcf-left", std::filesystem::file_time_type());

@@ -32,11 +32,7 @@ class NetworkTest : public EngineTest {
         EXPECT_TRUE(WaitForWorkers());
         return picture.Data();
     }
-    static std::string Title() {
-        char szTitle[TESSEL_TITLE_SIZE] = "(no title)";
-        tessel_GetTitle(szTitle);
-        return szTitle;
-    }
+    using EngineTest::Title;
     static std::string Title(const std::string &strURL) { return Load(strURL), Title(); }
     LoopbackServer server;
 };
@@ -60,8 +56,37 @@ TEST_F(NetworkTest, PageComesFromItsHostAndSoDoItsRelativeLinks) {
     ASSERT_TRUE(WaitForWorkers());
     // Behind a local file there is no host to resolve against.
     EXPECT_EQ(Title(WriteFile("local.htm", "<TITLE>local</TITLE>")), "local");
-    EXPECT_EQ(Title("b.htm"), "(no title)") << "an empty page replaces the one on show";
+    EXPECT_EQ(Title("b.htm"), "-") << "an empty page replaces the one on show";
     EXPECT_EQ(server.nAccepted, 4);
+}
+
+TEST_F(NetworkTest, FormsSendTheirBytesAsTheyAre) {
+    server.Prescribe({"<TITLE>answer</TITLE>"});
+    // Every byte that a value can hold, and more controls than a line of a request has room for.
+    std::string strBytes, strMany, strPairs;
+    for (int c = 255; c > 0; --c)
+        strBytes += strchr("\">;", c) ? '-' : static_cast<char>(c);
+    std::string strNoBreaks = strBytes;
+    for (char &c : strNoBreaks)
+        c = strchr("\r\n", c) ? '-' : c;
+    for (int i = 20000; i > 0; --i) {
+        strMany += "<INPUT TYPE=HIDDEN VALUE=v NAME=" + std::to_string(20001 - i) + ">";
+        strPairs += (strPairs.empty() ? "" : "&") + std::to_string(i) + "=v";
+    }
+    const std::string aCases[][3] = {
+        {"GET", "<INPUT NAME=n VALUE=\"" + strNoBreaks + "\">",
+         "GET /f?n=" + strNoBreaks + " HTTP/1.0\r\nHost: " + server.strAddress + "\r\n\r\n"},
+        {"POST", "<INPUT NAME=n VALUE=\"" + strBytes + "\">", "POST /f HTTP/1.0\r\n\r\nn=" + strBytes},
+        {"POST", "<INPUT TYPE=HIDDEN>", "POST /f HTTP/1.0\r\n\r\n"},
+        {"POST", strMany, "POST /f HTTP/1.0\r\n\r\n" + strPairs}};
+    for (const auto &[strMethod, strControls, strRequest] : aCases) {
+        Load(WriteFile("form.html", "<FORM ACTION=\"" + Url("f") + "\" METHOD=" + strMethod +
+                                        "><INPUT TYPE=SUBMIT>" + strControls));
+        for (auto *lpfnSend : {tessel_OnMouseMove, tessel_OnLMouseDown, tessel_OnLMouseUp})
+            lpfnSend(1, 1);
+        ASSERT_TRUE(WaitForWorkers());
+        EXPECT_EQ(server.TakeRequest(), strRequest);
+    }
 }
 
 TEST_F(NetworkTest, PicturesAreKeptInTheCache) {
@@ -115,7 +140,7 @@ TEST_F(NetworkTest, PagesAndPicturesOfNginxComeAsTheyDoFromFiles) {
     ASSERT_EQ(posix_spawn(&child, TESSEL_NGINX, nullptr, nullptr, const_cast<char **>(aArguments), environ),
               0);
     const std::string strSite = "http://" + strAddress + "/";
-    EXPECT_TRUE(WaitUntil([&] { return Title(strSite) != "(no title)"; })) << "nginx does not start";
+    EXPECT_TRUE(WaitUntil([&] { return Title(strSite) != "-"; })) << "nginx does not start";
     fs::remove_all("cache");
     const auto Show = [this](const std::string &strURL) {
         Load(strURL);
@@ -136,7 +161,7 @@ TEST_F(NetworkTest, PagesAndPicturesOfNginxComeAsTheyDoFromFiles) {
     EXPECT_FALSE(fs::exists("cache/GONE.PCX"));
     // Whatever comes for a page is the page; octets are none.
     EXPECT_EQ(Title(strSite + "missing.html") + Title(strSite + "moved"), "404 Not Found302 Found");
-    EXPECT_EQ(Title(strSite + "unknown/pictures.html"), "(no title)");
+    EXPECT_EQ(Title(strSite + "unknown/pictures.html"), "-");
     kill(child, SIGTERM);
     waitpid(child, nullptr, 0);
 }

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstdarg>
 #include <iterator>
-#include <map>
+#include <optional>
 
+#include "controls.h"
 #include "fontmanager.h"
 #include "hyperlink.h"
 #include "image.h"
@@ -20,6 +21,9 @@ namespace {
 
 std::atomic<uint32_t> g_dwNow;
 std::atomic<int> g_nChanges;
+// A host's clipboard, which refuses while it is "-", and what was put there.
+std::string g_strClipboard;
+std::optional<std::string> g_copied;
 
 [[gnu::format(printf, 1, 2)]] std::string Print(const char *lpszFormat, ...) {
     char sz[512];
@@ -144,6 +148,10 @@ std::string Frames(const Frame *lpFrame, const std::string &strIndent) {
     return strFrames;
 }
 
+std::string Request(Page *lpPage) {
+    return (lpPage->_wMethod == METHOD_GET ? "GET " : "POST ") + std::string(lpPage->_lpszURL);
+}
+
 std::string Counts() {
     platform_FetchCounts counts;
     platform_GetFetchCounts(&counts);
@@ -167,12 +175,68 @@ int Length(const List<T> *lpNode) {
     return nLength;
 }
 
+uint32_t ReadNumber(std::istringstream &words) {
+    uint32_t dwNumber = 0;
+    words >> dwNumber;
+    return dwNumber;
+}
+
 // Up to four numbers; 0 for those that are not there.
 Rect ReadRect(std::istringstream &words) {
     Rect rc;
     for (int32_t *lpn : {&rc.x, &rc.y, &rc.w, &rc.h})
         words >> *lpn;
     return rc;
+}
+
+// The page that is used: the only one, or that of the newest Frame.
+Page *PageInUse() {
+    const MainFrame *lpMain = g_lpMainFrame;
+    return lpMain->_lpPage ? lpMain->_lpPage : static_cast<Frame *>(lpMain->_lpChildren->lpData)->_lpPage;
+}
+
+// The mouse at so many pixels from the page's left edge: M moves, P moves and presses, D drags, U releases.
+void Aim(const std::string &strWord) {
+    const auto x = static_cast<uint16_t>(PageInUse()->_rc.x + atoi(strWord.c_str() + 1));
+    const char c = strWord[0];
+    if (c == 'M' || c == 'P')
+        tessel_OnMouseMove(x, 0);
+    if (c != 'M')
+        (c == 'P' ? tessel_OnLMouseDown : c == 'D' ? tessel_OnLMouseDrag : tessel_OnLMouseUp)(x, 0);
+}
+
+// Marks stand for keys, '+' and '^' for Shift and Ctrl with the next one; every other character is typed.
+void Type(const std::string &strKeys) {
+    static const std::string strMarks = "<>()#~!\t", strCodes = "\x25\x27\x24\x23\x08\x2E\x0D\t";
+    int nHeld = 0;
+    for (const char c : strKeys) {
+        if (c == '+' || c == '^') {
+            tessel_OnKeyDown(nHeld = c == '+' ? 16 : 17);
+            continue;
+        }
+        const size_t nMark = strMarks.find(c);
+        const bool bMark = nMark != std::string::npos;
+        if (bMark || isalpha(static_cast<uint8_t>(c)))
+            tessel_OnKeyDown(bMark ? strCodes[nMark] : toupper(c));
+        tessel_OnChar(bMark || nHeld == 17 ? c & 31 : c);
+        tessel_OnKeyUp(nHeld);
+        nHeld = 0;
+    }
+}
+
+void ClickNewest() {
+    const Rect &rc = PageInUse()->_lpChildren->lpData->_rc;
+    for (auto *lpfnSend : {tessel_OnMouseMove, tessel_OnLMouseDown, tessel_OnLMouseUp})
+        lpfnSend(static_cast<uint16_t>(rc.x + 1), static_cast<uint16_t>(rc.y + 1));
+}
+
+void LendClipboard(const std::string &strText) {
+    const platform_HostServices services = {
+        nullptr,
+        [](void *) -> const char * { return g_strClipboard == "-" ? nullptr : g_strClipboard.c_str(); },
+        [](void *, const char *lpszText) { return g_copied = lpszText, 1; }, nullptr};
+    g_strClipboard = strText;
+    platform_SetHostServices(&services);
 }
 
 // In the order of trying. The column of the ids, and '!' where there is no closing form.
@@ -240,6 +304,7 @@ std::string PageScript::Look() {
         {"colors", Colors},
         {"fetches", Fetches},
         {"title", TitleOf},
+        {"request", Request},
         {"bold", [](Page *lpPage) { return Print("bold %d", lpPage->_lpFontManager->_nBold); }},
         {"records", [](Page *lpPage) { return Print("records %d", Length(lpPage->_lpMetaTags)); }},
         {"attention", [](Page *lpPage) { return Attention(lpPage); }},
@@ -280,6 +345,45 @@ std::string PageScript::Send(const std::string &strEvent, int x, int y) {
                             : (lpTarget->*mouse->second)(static_cast<uint16_t>(x), static_cast<uint16_t>(y));
     const std::string strOpened = Settle();
     return std::to_string(nResult) + Attention(Shown()) + (strOpened.empty() ? "" : " ") + strOpened;
+}
+
+// The newest item, a control at the top of its page, as it is painted: the text of a field with '|' at the caret and
+// '[' ']' around the selection, which are seen below the characters; the look of a button.
+std::string PageScript::Control() {
+    constexpr uint32_t kLight = 0xC0CCD8, kSunken = 0x4E657C, kSelection = 0x506478;
+    tessel_Render(Buffer());
+    if (!PageInUse() || !PageInUse()->_lpChildren)
+        return "nothing";
+    const auto &control = *static_cast<FormControl *>(PageInUse()->_lpChildren->lpData);
+    const int x = PageInUse()->_rc.x + control._rc.x;
+    if (PixelAt(x, 0) != kSunken)
+        return PixelAt(x, 0) == kLight ? "normal" : PixelAt(x + 1, 1) == kLight ? "focused" : "pressed";
+    std::string strControl;
+    bool bSelected = false;
+    for (size_t i = 0; i <= strlen(control._lpszValue); ++i) {
+        const int nLeft = x + 3 + FixedRasterizer::kWidth * static_cast<int>(i);
+        const bool bSeen = nLeft + 1 < _szBuffer.w;
+        if (bSeen && (PixelAt(nLeft + 1, 20) == kSelection) != bSelected) {
+            strControl += bSelected ? "]" : "[";
+            bSelected = !bSelected;
+        }
+        strControl += bSeen && PixelAt(nLeft, 20) == 0 ? "|" : "";
+        strControl += std::string(control._lpszValue).substr(i, 1);
+    }
+    return strControl;
+}
+
+// What becomes of a control with each word, and what was copied and opened on the way.
+std::string PageScript::Use(std::istringstream &words) {
+    std::string strStates;
+    for (std::string strWord; words >> strWord;) {
+        isdigit(strWord[1]) ? Aim(strWord) : Type(Expand(strWord));
+        const std::string strOpened = Settle();
+        strStates += Control() + " " + strOpened + (strOpened.empty() ? "" : " ");
+        if (const auto copied = std::exchange(g_copied, std::nullopt))
+            strStates += "copied \"" + *copied + "\" ";
+    }
+    return strStates;
 }
 
 // Waits for what an action has begun, unless others have to wait for their turn; tells what has been opened.
@@ -344,8 +448,10 @@ std::string PageScript::CountColors(const Rect &rc) {
 // A letter for each pixel, '?' for colours that have none.
 std::string PageScript::Picture(const Rect &rc) {
     static const std::map<uint32_t, char> kLetters = {
-        {0, '#'},        {0xFFFFFF, '.'}, {0x0000FF, 'L'}, {0x00FFFF, 'A'}, {0xAFAFAF, 'o'},  {0xFF0000, 'r'},
-        {0xF80000, 'r'}, {0x808080, 'g'}, {0xC0C0C0, 's'}, {0x4C80AF, 'p'}, {kUntouched, '_'}};
+        {0, '#'},        {0xFFFFFF, '.'}, {0x0000FF, 'L'},   {0x00FFFF, 'A'},
+        {0xAFAFAF, 'o'}, {0xFF0000, 'r'}, {0xF80000, 'r'},   {0x808080, 'g'},
+        {0xC0C0C0, 's'}, {0x4C80AF, 'p'}, {kUntouched, '_'}, {0x8098B0, 'f'},
+        {0xC0CCD8, '+'}, {0x4E657C, '-'}, {0x506478, 'x'},   {0x7F674F, ':'}};
     std::string strPicture;
     for (int i = 0; i < rc.w * rc.h; ++i) {
         const auto found = kLetters.find(PixelAt(rc.x + i % rc.w, rc.y + i / rc.w));
@@ -361,108 +467,89 @@ void PageScript::ReplacePage() {
     g_lpMainFrame->SetPage(new Page(g_lpMainFrame, &g_lpMainFrame->_rc, &g_lpMainFrame->_rc, ""));
 }
 
+// Keeps the turn to fetch.
+void PageScript::Hold() {
+    _lpTurn = std::make_unique<FetchTurn::Waiter>();
+    EXPECT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(_lpTurn.get(), 20000));
+}
+
+// Goes to a field by Tab, and uses it.
+std::string PageScript::UseField(std::istringstream &words) {
+    std::string strValue;
+    words >> strValue;
+    Open(WriteFile("page.html", "<INPUT MAXLENGTH=11 VALUE=" + strValue + ">"));
+    Type("\t");
+    const std::string strBefore = Control() + " ";
+    return strBefore + Use(words);
+}
+
 // What asks for a page and looks at it.
-PageScript::Answer PageScript::ActOnPage(const std::string &strVerb, std::istringstream &words) {
-    if (strVerb == "page")
-        return Parse(Rest(words));
-    if (strVerb == "look")
-        return Look();
-    const Rect rc = ReadRect(words);
-    if (strVerb == "buffer")
-        return EndScript(), StartScript(rc.x, rc.y), "";
-    if (strVerb == "size") {
-        _szPage = {rc.x, rc.y ? rc.y : 300};
-        return "";
-    }
-    if (strVerb == "resize") {
-        Shown()->_rc.w = rc.x;
-        Shown()->Relayout();
-        return Look();
-    }
-    if (strVerb == "dirty") {
-        Shown()->AddDirtyRect(rc.x, rc.y, rc.w, rc.h);
-        return ToText(Shown()->_rcDirty);
-    }
-    if (strVerb == "paint" || strVerb == "repaint") {
-        Paint(strVerb == "repaint");
-        return CountColors(rc.w ? rc : Rect(0, 0, _szBuffer.w, _szBuffer.h));
-    }
-    if (strVerb == "picture")
-        return Picture(rc);
-    return std::nullopt;
+PageScript::Verbs PageScript::PageVerbs(std::istringstream &words, const Rect &rc) {
+    const auto Count = [&] { return CountColors(rc.w ? rc : Rect(0, 0, _szBuffer.w, _szBuffer.h)); };
+    return {
+        {"page", [&] { return Parse(Rest(words)); }},
+        {"look", [&] { return Look(); }},
+        {"show",
+         [&] {
+             return _views = {std::istream_iterator<std::string>(words), {}}, "";
+         }},
+        {"buffer", [&] { return EndScript(), StartScript(rc.x, rc.y), ""; }},
+        {"size",
+         [&] {
+             return _szPage = {rc.x, rc.y ? rc.y : 300}, "";
+         }},
+        {"resize", [&] { return Shown()->_rc.w = rc.x, Shown()->Relayout(), Look(); }},
+        {"dirty", [&] { return Shown()->AddDirtyRect(rc.x, rc.y, rc.w, rc.h), ToText(Shown()->_rcDirty); }},
+        {"paint", [&, Count] { return Paint(false), Count(); }},
+        {"repaint", [&, Count] { return Paint(true), Count(); }},
+        {"picture", [&] { return Picture(rc); }},
+    };
 }
 
-// What the host of the engine does, and what is done to the engine.
-PageScript::Answer PageScript::ActOnEngine(const std::string &strVerb, std::istringstream &words) {
-    const std::pair<const char *, void (*)()> aCalls[] = {{"back", tessel_Prev},
-                                                          {"cancel", tessel_OnCancel},
-                                                          {"invalidate", tessel_Invalidate},
-                                                          {"settle", [] {}}};
-    for (const auto &[lpszName, lpfnCall] : aCalls) {
-        if (strVerb == lpszName)
-            return lpfnCall(), SettleAndLook();
-    }
-    if (strVerb == "load")
-        return Open(WriteFile("page.html", Rest(words)));
-    if (strVerb == "open")
-        return Open(Rest(words));
-    if (strVerb == "hold") {
-        _lpTurn = std::make_unique<FetchTurn::Waiter>();
-        EXPECT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(_lpTurn.get(), 20000));
-        return "";
-    }
-    if (strVerb == "go") {
-        g_lpMainFrame->_hFetchMutex.Release();
-        _lpTurn.reset();
-        return SettleAndLook();
-    }
-    if (strVerb == "wait")
-        return WaitForWorkers() ? Look() : "in vain";
-    if (strVerb == "replace")
-        return ReplacePage(), WaitForWorkers() ? Look() : "in vain";
-    return std::nullopt;
+// What the host of the engine and its user do, and what is done to the engine.
+PageScript::Verbs PageScript::EngineVerbs(std::istringstream &words) {
+    return {
+        {"back", [&] { return tessel_Prev(), SettleAndLook(); }},
+        {"cancel", [&] { return tessel_OnCancel(), SettleAndLook(); }},
+        {"invalidate", [&] { return tessel_Invalidate(), SettleAndLook(); }},
+        {"settle", [&] { return SettleAndLook(); }},
+        {"load", [&] { return Open(WriteFile("page.html", Rest(words))); }},
+        {"open", [&] { return Open(Rest(words)); }},
+        {"hold", [&] { return Hold(), ""; }},
+        {"go", [&] { return g_lpMainFrame->_hFetchMutex.Release(), _lpTurn.reset(), SettleAndLook(); }},
+        {"wait", [&] { return WaitForWorkers() ? Look() : "in vain"; }},
+        {"replace", [&] { return ReplacePage(), WaitForWorkers() ? Look() : "in vain"; }},
+        {"clock", [&] { return g_dwNow = ReadNumber(words), ""; }},
+        {"tick", [&] { return g_lpMainFrame->OnTimer(g_dwNow + ReadNumber(words)), SettleAndLook(); }},
+        {"use", [&] { return Use(words); }},
+        {"field", [&] { return UseField(words); }},
+        {"click", [&] { return ClickNewest(), SettleAndLook(); }},
+        {"clipboard", [&] { return LendClipboard(Rest(words)), ""; }},
+        {"told", [&] { return std::to_string(g_nChanges.exchange(0)); }},
+    };
 }
 
-// A word and numbers.
-PageScript::Answer PageScript::ActOnWord(const std::string &strVerb, std::istringstream &words) {
-    if (strVerb == "show")
-        return _views = {std::istream_iterator<std::string>(words), {}}, "";
-    if (strVerb == "color")
-        return Print("%06X", ParseColor(Rest(words).c_str()));
-    if (strVerb == "number")
-        return std::to_string(ParseInt(Rest(words).c_str()));
-    if (strVerb == "tags")
-        return TagTable();
-    std::string strName;
-    if (strVerb == "file" || strVerb == "url")
-        words >> strName;
-    if (strVerb == "file")
-        return WriteFile(strName, Rest(words)), "";
-    if (strVerb == "url")
-        return SplitURL(strName, Rest(words));
-    uint32_t dwNumber = 0;
-    if (strVerb == "clock")
-        return words >> dwNumber, g_dwNow = dwNumber, "";
-    if (strVerb == "tick") {
-        words >> dwNumber;
-        g_lpMainFrame->OnTimer(g_dwNow + dwNumber);
-        return SettleAndLook();
-    }
-    return std::nullopt;
+// One reader alone, and the files that others read.
+PageScript::Verbs PageScript::TextVerbs(std::istringstream &words, std::string &strName) {
+    return {
+        {"color", [&] { return Print("%06X", ParseColor(Rest(words).c_str())); }},
+        {"number", [&] { return std::to_string(ParseInt(Rest(words).c_str())); }},
+        {"tags", TagTable},
+        {"file", [&] { return words >> strName, WriteFile(strName, Rest(words)), ""; }},
+        {"url", [&] { return words >> strName, SplitURL(strName, Rest(words)); }},
+    };
 }
 
 std::string PageScript::Act(const std::string &strLine) {
-    for (const auto lpfnAct : {&PageScript::ActOnPage, &PageScript::ActOnEngine, &PageScript::ActOnWord}) {
-        std::istringstream words(strLine);
-        std::string strVerb;
-        words >> strVerb;
-        if (const auto answer = (this->*lpfnAct)(strVerb, words))
-            return Escape(*answer);
-    }
-    std::istringstream words(strLine);
-    std::string strVerb;
+    std::istringstream words(strLine), numbers(strLine);
+    std::string strVerb, strName;
     words >> strVerb;
-    const Rect rc = ReadRect(words);
+    numbers >> strVerb;
+    const Rect rc = ReadRect(numbers);
+    for (const Verbs &verbs : {PageVerbs(words, rc), EngineVerbs(words), TextVerbs(words, strName)}) {
+        if (verbs.contains(strVerb))
+            return Escape(verbs.at(strVerb)());
+    }
     return Escape(Send(strVerb, rc.x, rc.y));
 }
 
@@ -483,4 +570,5 @@ void PageScript::EndScript() {
     _lpParsed.reset();
     EndEngine();
     platform::ReplaceTicks(nullptr);
+    platform_SetHostServices(nullptr);
 }

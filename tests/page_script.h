@@ -1,7 +1,8 @@
 // A page that is acted on line by line, the way the files in pages/ say; pages/README.md tells what a line may be.
 #pragma once
 
-#include <optional>
+#include <functional>
+#include <map>
 #include <sstream>
 
 #include "engine_fixture.h"
@@ -22,14 +23,17 @@ class PageScript : public EngineTest {
     std::string Act(const std::string &strLine);
 
   private:
-    using Answer = std::optional<std::string>;
+    // What a line may begin with, and what is done then with the rest of it.
+    using Verbs = std::map<std::string, std::function<std::string()>>;
 
-    Answer ActOnPage(const std::string &strVerb, std::istringstream &words);
-    Answer ActOnEngine(const std::string &strVerb, std::istringstream &words);
-    Answer ActOnWord(const std::string &strVerb, std::istringstream &words);
+    Verbs PageVerbs(std::istringstream &words, const Rect &rc);
+    Verbs EngineVerbs(std::istringstream &words);
+    Verbs TextVerbs(std::istringstream &words, std::string &strName);
     // The Page that is acted on: the one that was parsed here, or what the engine shows; may be null.
     Page *Shown() { return _lpParsed ? _lpParsed->Get() : g_lpMainFrame->_lpPage; }
     std::string Look();
+    std::string Control();
+    std::string Use(std::istringstream &words);
     // Wait for what an action has begun, unless others have to wait for their turn.
     std::string Settle();
     std::string SettleAndLook();
@@ -40,6 +44,8 @@ class PageScript : public EngineTest {
     std::string CountColors(const Rect &rc);
     std::string Picture(const Rect &rc);
     void ReplacePage();
+    void Hold();
+    std::string UseField(std::istringstream &words);
 
     std::unique_ptr<ParsedPage> _lpParsed;
     Size _szPage, _szBuffer;

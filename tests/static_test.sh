@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# One check of the source that runs nothing of it: static_test.sh tidy|cppcheck|calls SOURCE BUILD. What the checks are
+# One check of the source that runs nothing of it: static_test.sh tidy|cppcheck|calls|layers SOURCE BUILD. What the checks are
 # not to say stands in .clang-tidy and in tests/static/, with the reasons. A tool that is missing fails its check.
 set -euo pipefail
 
@@ -42,8 +42,17 @@ calls() {
     return $failed
 }
 
+# Only the platform layer knows an operating system, whose headers have a dot in their names.
+layers() {
+    local found
+    found=$(grep -rnE --include='*.cpp' --include='*.h' '^#include <.*\.' src include) || true
+    found=$(grep -vE '^src/platform/posix/|<stdint\.h>' <<<"$found") || return 0
+    printf 'Headers of the system outside src/platform/posix:\n%s\n' "$found"
+    return 1
+}
+
 case $1 in
-tidy | calls) "$1" ;;
+tidy | calls | layers) "$1" ;;
 cppcheck) cppcheck_ ;;
 *) exit 2 ;;
 esac
