@@ -74,9 +74,11 @@ void TextOut(benchmark::State &state) {
     BenchEngine engine(kWidth, kHeight);
     const std::string strLine = MakeWords(100);
     List<CharInfo> *lpSets = nullptr;
-    const CharInfo *lpSet = BuildCharInfo("ARIAL", static_cast<int>(state.range(0)), STYLE_ITALIC, &lpSets);
+    Font font("", 0, 0, 0);
+    font._lpCharInfo = BuildCharInfo("ARIAL", static_cast<int>(state.range(0)), STYLE_ITALIC, &lpSets);
+    MeasureText(strLine.c_str(), &font);
     for (auto _ : state) {
-        gfx_TextOut(strLine.c_str(), lpSet, kColor, 0, 0, kWidth, kHeight, engine.Buffer());
+        gfx_TextOut(strLine.c_str(), font._lpCharInfo, kColor, 0, 0, kWidth, kHeight, engine.Buffer());
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(strLine.size()));

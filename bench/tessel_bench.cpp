@@ -278,6 +278,7 @@ void BenchBoxes(uint32_t *lpTo, uint32_t *lpFrom) {
 
 // A made-up font of cells of 8x16 with three tenths of their bits set, the same for every engine.
 struct BenchFont : CharInfo {
+    BenchFont() : CharInfo(std::make_shared<GlyphCells>()) {}
     uint8_t _aBits[256][17 + kGlyphSlack] = {};
 };
 
@@ -285,7 +286,7 @@ std::unique_ptr<BenchFont> MakeFont() {
     auto lpCharInfo = std::make_unique<BenchFont>();
     uint32_t nSeed = 7;
     for (int c = 32; c < 96; ++c) {
-        CharGlyph &glyph = lpCharInfo->_aGlyphs[c];
+        CharGlyph &glyph = lpCharInfo->_lpCells->aGlyphs[c];
         glyph._bWidth = 8;
         glyph._bHeight = 16;
         glyph._lpBits = lpCharInfo->_aBits[c];

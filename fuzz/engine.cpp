@@ -27,15 +27,15 @@ constexpr int kGuardColumns = 8;
 // Cells of different widths, all ink.
 class BlockRasterizer : public platform::Rasterizer {
   public:
-    bool Rasterize(const char *, int nHeight, uint16_t, platform::FontCells *lpCells) override {
-        *lpCells = {nHeight, 0, 0, 10, 20, {}, 3, nullptr};
-        for (int c = 0; c < platform::kCharCount; ++c)
-            lpCells->aSpacing[c] = {1, 1 + c % 17, 1};
-        lpCells->aSpacing[int{'|'}] = {0, 0, 0};
-        lpCells->aSpacing[int{'/'}] = {1, 9, -2};
-        const size_t nBytes = static_cast<size_t>(platform::kCharCount * nHeight * 3);
-        lpCells->lpInk.reset(new uint8_t[nBytes]);
-        memset(lpCells->lpInk.get(), 0xFF, nBytes);
+    bool Open(const char *, int nHeight, uint16_t, platform::RasterFont *lpFont) override {
+        *lpFont = {nHeight, 0, 0, 10, 20, nullptr};
+        return true;
+    }
+    bool Draw(const platform::RasterFont &, int c, platform::CharCell *lpCell) override {
+        lpCell->nA = c != '|';
+        lpCell->nB = c == '|' ? 0 : c == '/' ? 9 : 1 + c % 17;
+        lpCell->nC = c == '/' ? -2 : lpCell->nA;
+        memset(lpCell->aInk, 0xFF, sizeof lpCell->aInk);
         return true;
     }
 };

@@ -1,9 +1,5 @@
 #include "fontmanager.h"
 
-#include <algorithm>
-#include <iterator>
-#include <utility>
-
 #include "htmlparser.h"
 #include "mainframe.h"
 #include "types.h"
@@ -12,8 +8,8 @@ const int32_t g_anFontHeights[kFontSizes] = {10, 12, 15, 17, 21, 27, 35};
 
 namespace {
 
-// A page may name any number of faces, and each costs 256 rasterised cells. Behind this many, text takes the
-// default.
+// A page may name any number of faces, and each costs a look-up among the fonts of the system and up to 256 rasterised
+// cells. Behind this many, text takes the default.
 constexpr int kMaxPageSets = 128;
 
 // A set of MainFrame that fits, or null. The sets of other Pages are none of our business.
@@ -27,7 +23,18 @@ CharInfo *FindSharedCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle)
     return nullptr;
 }
 
+// Measures a text that has characters without a width, which means that most of them have not been drawn yet.
+[[gnu::noinline]] int DrawText(const char *lpsz, const CharInfo *lpCharInfo) {
+    int nWidth = 0;
+    for (; *lpsz; ++lpsz)
+        nWidth += lpCharInfo->_lpCells->Draw(static_cast<uint8_t>(*lpsz));
+    return nWidth;
+}
+
 }  // namespace
+
+CharInfo::CharInfo(const std::shared_ptr<GlyphCells> &lpCells)
+    : _acSpacing(lpCells->acSpacing), _aGlyphs(lpCells->aGlyphs), _lpCells(lpCells) {}
 
 CharInfo::~CharInfo() {
     delete[] _lpszFace;
@@ -142,19 +149,16 @@ CharInfo *BuildCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle, List
     if (CharInfo *lpShared = FindSharedCharInfo(lpszFace, nHeight, wStyle))
         return lpShared;
 
-    std::shared_ptr<const GlyphCells> lpCells = g_lpMainFrame->_glyphCache.Get(lpszFace, nHeight, wStyle);
+    const std::shared_ptr<GlyphCells> lpCells = g_lpMainFrame->_glyphCache.Get(lpszFace, nHeight, wStyle);
     if (!lpCells)
         return nullptr;
-    CharInfo *lpCharInfo = new CharInfo;
+    CharInfo *lpCharInfo = new CharInfo(lpCells);
     lpCharInfo->_wStyle = wStyle;
     lpCharInfo->_lpszFace = StrDup(lpszFace);
     lpCharInfo->_bMaxCharWidth = lpCells->bMaxCharWidth;
     lpCharInfo->_bAveCharWidth = lpCells->bAveCharWidth;
     lpCharInfo->_bHeight = lpCells->bHeight;
     lpCharInfo->_bPixelHeight = static_cast<uint8_t>(nHeight);
-    std::copy(std::begin(lpCells->acSpacing), std::end(lpCells->acSpacing), lpCharInfo->_acSpacing);
-    std::copy(std::begin(lpCells->aGlyphs), std::end(lpCells->aGlyphs), lpCharInfo->_aGlyphs);
-    lpCharInfo->_lpCells = std::move(lpCells);
     List_Prepend(*lppList, lpCharInfo);
     return lpCharInfo;
 }
@@ -164,7 +168,11 @@ int MeasureText(const char *lpsz, const Font *lpFont) {
         return 0;
     const CharGlyph *lpGlyphs = lpFont->_lpCharInfo->_aGlyphs;
     int nWidth = 0;
-    for (; *lpsz; ++lpsz)
-        nWidth += lpGlyphs[static_cast<uint8_t>(*lpsz)]._bWidth;
+    for (const char *lp = lpsz; *lp; ++lp) {
+        const int nGlyphWidth = lpGlyphs[static_cast<uint8_t>(*lp)].Width();
+        if (nGlyphWidth == 0) [[unlikely]]
+            return DrawText(lpsz, lpFont->_lpCharInfo);
+        nWidth += nGlyphWidth;
+    }
     return nWidth;
 }

@@ -1,12 +1,12 @@
 // Fonts: what text asks for (Font), the glyphs that it is drawn with (CharInfo), and the font state of a
 // parse (FontManager, one for each Page).
 //
-// A glyph set is built once for a face, a height and a style, through the GlyphCache and the rasteriser behind
-// it. From then on measuring is table lookup and drawing is the bit loop of gfx_TextOut. Fonts that differ in
-// colour alone share a set.
+// A glyph set is opened once for a face, a height and a style, through the GlyphCache and the rasteriser behind
+// it, and a character of it is drawn when it is first measured. From then on measuring is table lookup and drawing is
+// the bit loop of gfx_TextOut. Fonts that differ in colour alone share a set.
 //
-// A FontManager is touched by the parser of its Page alone; a CharInfo never changes once it is built; the
-// sets of MainFrame are only read after tessel_Init. So there is no lock here.
+// A FontManager is touched by the parser of its Page alone; a CharInfo never changes once it is built, and the cells
+// behind it see to themselves; the sets of MainFrame are only read after tessel_Init. So there is no lock here.
 #pragma once
 
 #include <cstdint>
@@ -34,13 +34,13 @@ struct CharInfo {
     // The height that was asked for, from g_anFontHeights.
     uint8_t _bPixelHeight = 0;
     char *_lpszFace = nullptr;  // owned
-    // How far a character reaches into the next one: 0 or less.
-    int8_t _acSpacing[256] = {};
-    CharGlyph _aGlyphs[256];
-    // Whom the bits of the glyphs belong to.
-    std::shared_ptr<const GlyphCells> _lpCells;
+    // The tables of _lpCells, for the characters that MeasureText has seen. How far a character reaches into the next
+    // one: 0 or less.
+    const std::atomic<int8_t> (&_acSpacing)[platform::kCharCount];
+    const CharGlyph (&_aGlyphs)[platform::kCharCount];
+    const std::shared_ptr<GlyphCells> _lpCells;
 
-    CharInfo() = default;
+    explicit CharInfo(const std::shared_ptr<GlyphCells> &lpCells);
     CharInfo(const CharInfo &) = delete;
     CharInfo &operator=(const CharInfo &) = delete;
     ~CharInfo();
@@ -127,5 +127,6 @@ Font *NewFont(const char *lpszFace, uint8_t bSize, uint32_t dwColor, uint16_t wS
 CharInfo *BuildCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle, List<CharInfo> **lppList);
 
 // The width of a string in pixels. Negative spacings are not taken off, so that it is never less than what
-// gfx_TextOut moves on by. Null measures 0.
+// gfx_TextOut moves on by. Null measures 0. Has the characters drawn that the font's glyph set lacks: a string that has not
+// been measured is not painted.
 int MeasureText(const char *lpsz, const Font *lpFont);

@@ -54,11 +54,13 @@ uint64_t TakeBits(const uint8_t *lpBits, uint32_t nBit) {
 
 // Jumps from ink to ink, from right to left: clearing the lowest bit of a word is what processors are good at.
 void DrawGlyph(const CharGlyph &glyph, int nColumns, int nRows, uint32_t dwColor, uint32_t *lpPixels) {
+    const uint8_t *lpBits = glyph._lpBits;
+    const auto nWidth = static_cast<uint32_t>(glyph.Width());
     uint32_t nRowBit = 0;
-    for (int nRow = 0; nRow < nRows; ++nRow, nRowBit += glyph._bWidth, lpPixels += g_nBufferWidth) {
+    for (int nRow = 0; nRow < nRows; ++nRow, nRowBit += nWidth, lpPixels += g_nBufferWidth) {
         for (int nColumn = 0; nColumn < nColumns; nColumn += kSureBits) {
             const int nCount = std::min(kSureBits, nColumns - nColumn);
-            uint64_t qwBits = TakeBits(glyph._lpBits, nRowBit + static_cast<uint32_t>(nColumn));
+            uint64_t qwBits = TakeBits(lpBits, nRowBit + static_cast<uint32_t>(nColumn));
             uint32_t *lpLast = lpPixels + nColumn + nCount - 1;
             for (qwBits >>= 64 - nCount; qwBits; qwBits &= qwBits - 1)
                 lpLast[-std::countr_zero(qwBits)] = dwColor;
@@ -156,9 +158,11 @@ void gfx_TextOut(const char *lpsz, const CharInfo *lpCharInfo, uint32_t dwColor,
     for (; *lpsz; ++lpsz) {
         const uint8_t c = static_cast<uint8_t>(*lpsz);
         const CharGlyph &glyph = lpCharInfo->_aGlyphs[c];
-        const int nColumns = std::min<int>(std::max(nClipW - nDone, 0), glyph._bWidth);
+        const int nColumns = std::min(std::max(nClipW - nDone, 0), glyph.Width());
+        if (nColumns == 0)
+            return;
         const int nRows = std::min<int>(std::max(nClipH, 0), glyph._bHeight);
-        if (nColumns == 0 || nRows == 0)
+        if (nRows == 0)
             return;
         DrawGlyph(glyph, nColumns, nRows, dwColor, PixelAt(lpBuffer, x + nDone, y));
         // The step is a byte: a character that reaches further back than it is wide moves far to the right.

@@ -155,16 +155,16 @@ int Text::SplitText(int nFirst, int nFull) {
     const char *lp = _lpszText;
     if (nFirst < nFull) {
         for (; *lp && *lp != ' '; ++lp) {
-            nWidth += lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
+            nWidth += lpGlyphs[static_cast<uint8_t>(*lp)].Width();
             if (nWidth > nFirst)
                 return 1;
         }
     }
     for (; *lp; ++lp) {
-        const int nAdvance = lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
+        const int nAdvance = lpGlyphs[static_cast<uint8_t>(*lp)].Width();
         nWidth += nAdvance;
         if (nWidth >= nLimit && lpSpace) {
-            const int nSpaceWidth = lpGlyphs[static_cast<uint8_t>(' ')]._bWidth;
+            const int nSpaceWidth = lpGlyphs[static_cast<uint8_t>(' ')].Width();
             AddPiece({lpPiece, lpSpace}, nWidthToSpace);
             nWidth -= nWidthToSpace + nSpaceWidth;
             lpPiece = lpSpace + 1;
@@ -186,7 +186,7 @@ int Text::LongestWord() const {
     int nLongest = 0;
     int nWord = 0;
     for (const char *lp = _lpszText; *lp; ++lp) {
-        nWord = *lp == ' ' ? 0 : nWord + lpGlyphs[static_cast<uint8_t>(*lp)]._bWidth;
+        nWord = *lp == ' ' ? 0 : nWord + lpGlyphs[static_cast<uint8_t>(*lp)].Width();
         nLongest = std::max(nLongest, nWord);
     }
     return nLongest;

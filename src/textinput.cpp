@@ -38,6 +38,11 @@ const CharInfo *Glyphs() {
     return g_lpMainFrame->_lpFontBold->_lpCharInfo;
 }
 
+// Has the glyphs of a text drawn. Whatever comes into a field goes through here, so that painting finds them.
+void PrepareGlyphs(const char *lpszText) {
+    MeasureText(lpszText, g_lpMainFrame->_lpFontBold);
+}
+
 }  // namespace
 
 TextInput::TextInput(Page *lpPage, const char *lpszName, const char *lpszValue, uint16_t wMaxLength,
@@ -49,6 +54,7 @@ TextInput::TextInput(Page *lpPage, const char *lpszName, const char *lpszValue, 
         _nCaret = static_cast<int>(strnlen(lpszValue, wMaxLength));
         memcpy(_lpszValue, lpszValue, static_cast<size_t>(_nCaret));
     }
+    PrepareGlyphs(_lpszValue);
     _rc.w = Glyphs()->_bAveCharWidth * wSize + kRoomBeside;
     _rc.h = Glyphs()->_bHeight + kRoomAbove;
 }
@@ -60,7 +66,7 @@ void TextInput::UpdateDisplay() {}
 int TextInput::WidthUpTo(int nIndex) const {
     int nWidth = 0;
     for (int i = 0; i < nIndex; ++i)
-        nWidth += Glyphs()->_aGlyphs[static_cast<uint8_t>(_lpszDisplay[i])]._bWidth;
+        nWidth += Glyphs()->_aGlyphs[static_cast<uint8_t>(_lpszDisplay[i])].Width();
     return nWidth;
 }
 
@@ -111,7 +117,7 @@ int TextInput::IndexFromX(int x) {
     int nIndex = 0;
     for (; _lpszDisplay[nIndex] && nLeft > 0; ++nIndex) {
         const uint8_t c = static_cast<uint8_t>(_lpszDisplay[nIndex]);
-        nLeft -= Glyphs()->_aGlyphs[c]._bWidth + Glyphs()->_acSpacing[c];
+        nLeft -= Glyphs()->_aGlyphs[c].Width() + Glyphs()->_acSpacing[c];
     }
     return nIndex;
 }
@@ -225,6 +231,7 @@ void TextInput::Replace(const Range &range, const char *lpText, int nLength) {
     const char *lpTail = _lpszValue + range.nEnd;
     memmove(_lpszValue + range.nStart + nLength, lpTail, strlen(lpTail) + 1);
     memcpy(_lpszValue + range.nStart, lpText, static_cast<size_t>(nLength));
+    PrepareGlyphs(_lpszValue);
     Select(0, 0);
 }
 
@@ -285,6 +292,7 @@ PasswordInput::PasswordInput(Page *lpPage, const char *lpszName, const char *lps
     : TextInput(lpPage, lpszName, lpszValue, wMaxLength, wSize) {
     _lpszDisplay = new char[size_t{wMaxLength} + 1];
     PasswordInput::UpdateDisplay();
+    PrepareGlyphs("*");
 }
 
 PasswordInput::~PasswordInput() {

@@ -27,19 +27,20 @@ std::string RedTGA(uint8_t bWidth, uint8_t bHeight) {
     return strFile + std::string(2, '\0');
 }
 
-bool FixedRasterizer::Rasterize(const char *, int nHeight, uint16_t, platform::FontCells *lpCells) {
-    ++nCalls;
-    if (bFails)
-        return false;
-    *lpCells = {nHeight, 0, 0, kWidth, kWidth, {}, 2, nullptr};
-    for (auto &spacing : lpCells->aSpacing)
-        spacing = {1, kWidth - 2, 1};
-    lpCells->aSpacing['|'] = {0, 0, 0};
-    lpCells->aSpacing['/'] = {1, kWidth - 1, -2};
-    const size_t nBytes = static_cast<size_t>(platform::kCharCount * nHeight * lpCells->nPitch);
-    lpCells->lpInk.reset(new uint8_t[nBytes]);
-    memset(lpCells->lpInk.get(), 0xFF, nBytes);
-    return true;
+bool FixedRasterizer::Open(const char *, int nHeight, uint16_t, platform::RasterFont *lpFont) {
+    ++nOpened;
+    *lpFont = {nHeight, 0, 0, kWidth, kWidth, nullptr};
+    return !bFails;
+}
+
+bool FixedRasterizer::Draw(const platform::RasterFont &, int c, platform::CharCell *lpCell) {
+    ++nDrawn;
+    lpCell->nA = lpCell->nC = c != '|';
+    lpCell->nB = c == '|' ? 0 : kWidth - 2;
+    if (c == '/')
+        lpCell->nB = kWidth - 1, lpCell->nC = -2;
+    memset(lpCell->aInk, 0xFF, sizeof lpCell->aInk);
+    return !bFails;
 }
 
 void EngineTest::StartEngine(int nWidth, int nHeight) {

@@ -55,9 +55,11 @@ class KeptResource : public Resource {
 class FixedRasterizer : public platform::Rasterizer {
   public:
     static constexpr int kWidth = 10;
-    std::atomic<int> nCalls{0};
+    std::atomic<int> nOpened{0};
+    std::atomic<int> nDrawn{0};
     bool bFails = false;
-    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, platform::FontCells *lpCells) override;
+    bool Open(const char *, int nHeight, uint16_t, platform::RasterFont *lpFont) override;
+    bool Draw(const platform::RasterFont &, int c, platform::CharCell *lpCell) override;
 };
 
 // The library as a host has it after tessel_Init, 400 by 300 pixels unless a test asks for another size. The

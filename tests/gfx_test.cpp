@@ -47,7 +47,7 @@ constexpr auto kDots = [](int w, int h, uint32_t *p) { gfx_DottedRect('d', 0, 0,
 
 // '|' has no width. '/' reaches into the next character. '<' reaches back further than it is wide.
 struct SmallFont : CharInfo {
-    SmallFont() {
+    SmallFont() : CharInfo(std::make_shared<GlyphCells>()) {
         Set('A', 0, "#.#####.#");
         Set('B', 0, "###.##");
         Set('/', -1, "..#.#.#..");
@@ -56,10 +56,10 @@ struct SmallFont : CharInfo {
         Set(0xC4, 0, "##.###");
     }
     void Set(uint8_t c, int8_t cSpacing, const std::string &strInk) {
-        _acSpacing[c] = cSpacing;
-        _aGlyphs[c]._bHeight = 3;
-        _aGlyphs[c]._bWidth = static_cast<uint8_t>(strInk.size() / 3);
-        _aGlyphs[c]._lpBits = _aBits[c];
+        _lpCells->acSpacing[c] = cSpacing;
+        _lpCells->aGlyphs[c]._bHeight = 3;
+        _lpCells->aGlyphs[c]._bWidth = static_cast<uint8_t>(strInk.size() / 3);
+        _lpCells->aGlyphs[c]._lpBits = _aBits[c];
         for (size_t i = 0; i < strInk.size(); ++i)
             _aBits[c][i / 8] |= static_cast<uint8_t>((strInk[i] == '#') << (7 - i % 8));
     }

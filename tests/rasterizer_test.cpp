@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -16,48 +16,55 @@
 
 namespace {
 
-using platform::FontCells;
 using platform::kStyleBold, platform::kStyleItalic, platform::kStyleUnderline;
 
 constexpr uint16_t kAllStyles = kStyleBold | kStyleItalic | kStyleUnderline;
 
+// All characters of a font.
+struct FontCells : platform::RasterFont {
+    std::vector<platform::CharCell> cells{256};
+};
+
 FontCells Cells(const std::string &face, int nHeight, uint16_t wStyle) {
     FontCells cells = {};
-    EXPECT_TRUE(platform::GetRasterizer()->Rasterize(face.c_str(), nHeight, wStyle, &cells));
+    platform::Rasterizer *lpRasterizer = platform::GetRasterizer();
+    EXPECT_TRUE(lpRasterizer->Open(face.c_str(), nHeight, wStyle, &cells));
+    for (platform::CharCell &cell : cells.cells)
+        EXPECT_TRUE(lpRasterizer->Draw(cells, static_cast<int>(&cell - cells.cells.data()), &cell));
     return cells;
 }
 
 // A character: its advance, the width of its cell, its cell with '#' for ink, and where the ink is.
 struct Glyph {
-    int nAdvance, nWidth, nPitch, nLeft = 1000, nRight = -1, nTop = 1000, nBottom = -1, nCount = 0;
+    static constexpr int kPitch = platform::kCellPitch * 8;
+    int nA, nB, nAdvance, nWidth, nLeft = 1000, nRight = -1, nTop = 1000, nBottom = -1, nCount = 0;
     std::string ink;
 
-    Glyph(const FontCells &cells, int c) : nPitch(cells.nPitch * 8) {
-        const FontCells::Spacing &spacing = cells.aSpacing[c];
-        nAdvance = spacing.nA + spacing.nB + spacing.nC;
-        nWidth = nAdvance - std::min(spacing.nC, 0);
-        ink.assign(static_cast<size_t>(cells.nHeight * nPitch), '.');
-        for (int i = 0; i < cells.nHeight * nPitch; ++i) {
-            if (!(cells.lpInk[c * cells.nHeight * cells.nPitch + i / 8] >> (7 - i % 8) & 1))
+    Glyph(const FontCells &cells, int c) {
+        const platform::CharCell &cell = cells.cells[static_cast<size_t>(c)];
+        nA = cell.nA, nB = cell.nB, nAdvance = nA + nB + cell.nC;
+        nWidth = nAdvance - std::min(cell.nC, 0);
+        ink.assign(static_cast<size_t>(cells.nHeight * kPitch), '.');
+        for (int i = 0; i < cells.nHeight * kPitch; ++i) {
+            if (!(cell.aInk[i / 8] >> (7 - i % 8) & 1))
                 continue;
             ink[static_cast<size_t>(i)] = '#';
             ++nCount;
-            nLeft = std::min(nLeft, i % nPitch), nRight = std::max(nRight, i % nPitch);
-            nTop = std::min(nTop, i / nPitch), nBottom = i / nPitch;
+            nLeft = std::min(nLeft, i % kPitch), nRight = std::max(nRight, i % kPitch);
+            nTop = std::min(nTop, i / kPitch), nBottom = i / kPitch;
         }
     }
-    bool At(int x, int y) const { return ink[static_cast<size_t>(y * nPitch + x)] == '#'; }
+    bool At(int x, int y) const { return ink[static_cast<size_t>(y * kPitch + x)] == '#'; }
     bool IsLined(int y) const {
-        return ink.find('.', static_cast<size_t>(y * nPitch)) >= size_t(y * nPitch + nWidth);
+        return ink.find('.', static_cast<size_t>(y * kPitch)) >= size_t(y * kPitch + nWidth);
     }
     int Wide() const { return nRight - nLeft; }
 };
 
 // Everything there is in a set, so that two can be compared.
 std::string Bytes(const FontCells &cells) {
-    const size_t nInk = static_cast<size_t>(256 * cells.nHeight * cells.nPitch);
-    return std::string(reinterpret_cast<const char *>(&cells), sizeof cells - sizeof cells.lpInk) +
-           std::string(reinterpret_cast<const char *>(cells.lpInk.get()), nInk);
+    return std::string(reinterpret_cast<const char *>(&cells), offsetof(platform::RasterFont, lpSource)) +
+           std::string(reinterpret_cast<const char *>(cells.cells.data()), 256 * sizeof cells.cells[0]);
 }
 
 void ExpectBoxes(const FontCells &cells, int nHeight) {
@@ -117,11 +124,10 @@ TEST_F(RasterizerTest, EverySizeAndStyleHasSoundMetricsAndItsInkInsideTheCells) 
         EXPECT_LE(space.nCount, space.nWidth * (1 + nHeight / 8));
         for (int c = 0; c < 256; c += bUsual ? 1 : 37) {
             const Glyph g(cells, c);
-            const int nA = cells.aSpacing[c].nA;
-            ASSERT_TRUE(g.nWidth >= 0 && g.nWidth <= std::min(255, g.nPitch) && g.nRight < g.nWidth) << c;
+            ASSERT_TRUE(g.nWidth >= 0 && g.nWidth <= 255 && g.nRight < g.nWidth) << c;
             EXPECT_TRUE(!bLined || g.IsLined(space.nTop)) << c;
             EXPECT_TRUE(!bUsual || c == ' ' || c == 0xA0 || bLined ||
-                        (g.nCount && g.nLeft >= nA && g.nRight < nA + cells.aSpacing[c].nB))
+                        (g.nCount && g.nLeft >= g.nA && g.nRight < g.nA + g.nB))
                 << c;
         }
     }
@@ -142,7 +148,8 @@ TEST_F(RasterizerTest, LettersStandOnOneBaselineAndStylesShow) {
         for (int c = '!'; c <= '~'; ++c)
             nMoreInk += Glyph(bold, c).nCount - Glyph(plain, c).nCount;
         EXPECT_TRUE(nMoreInk > 0 && Glyph(italic, 'l').Wide() > l.Wide());
-        EXPECT_EQ(0, memcmp(plain.aSpacing, lined.aSpacing, sizeof plain.aSpacing));
+        for (int c = 0; c < 256; ++c)
+            EXPECT_EQ(Glyph(plain, c).nAdvance, Glyph(lined, c).nAdvance) << c;
     }
 }
 
@@ -224,10 +231,10 @@ TEST_F(RasterizerTest, BitmapFontsServeWhereThereIsNoOther) {
     }
     const FontCells cells = Cells("Dots", 15, 0), bold = Cells("Dots", 7, kStyleBold);
     const Glyph a(cells, 'A'), boldA(bold, 'A');
-    EXPECT_TRUE(a.nAdvance == 16 && cells.aSpacing['A'].nA == -1 && cells.aSpacing['A'].nB == 4);
-    const std::string row = "##..............", blank = "................";
+    EXPECT_TRUE(a.nAdvance == 16 && a.nA == -1 && a.nB == 4);
+    const std::string blank(Glyph::kPitch, '.'), row = "##" + blank.substr(2);
     EXPECT_EQ(row + row + row + row + row + row + blank + blank, a.ink);
-    EXPECT_TRUE(boldA.nAdvance == 9 && bold.aSpacing['A'].nB == 5 && boldA.nCount == 6 * 3);
+    EXPECT_TRUE(boldA.nAdvance == 9 && boldA.nB == 5 && boldA.nCount == 6 * 3);
     bitmaps.Write("dots32.bdf", "spoilt");  // after fontconfig has seen it
     ExpectBoxes(Cells("Dots", 32, 0), 32);
 }

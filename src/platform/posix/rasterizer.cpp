@@ -1,10 +1,11 @@
 // The rasteriser of systems with fontconfig and FreeType.
 //
-// A set is made in two steps, and each step has a memory of what it gave last:
-//   face name, height, style --fontconfig--> Source: a font file and the styles that it lacks
-//   Source, height, underline ---FreeType--> FontCells
-// So a set that is asked for again costs a copy, and the many names that no system knows, which all lead to
-// the same few files, cost one look-up each. Where no font is to be had, every character is a hollow box.
+// A font is opened in two steps, and each step has a memory of what it gave last:
+//   face name, height, style --fontconfig--> FontFile: a face of a font file and the styles that it lacks
+//   FontFile, height, underline --FreeType--> metrics, and FontSource, by which its characters are drawn
+// So the many names that no system knows, which all lead to the same few files, cost one look-up each. Few files are open
+// at a time; one that was closed is opened again for the next character. Where no font is to be had, every character is a
+// hollow box.
 //
 // One lock guards everything here. It is a leaf: nothing of the engine is called while it is held. What it
 // guards hangs from one pointer and is not destroyed at process exit, when other threads may still run.
@@ -24,15 +25,13 @@
 #include <cstring>
 #include <iterator>
 #include <new>
-#include <utility>
+#include <string>
 
 #include "platform/mutex.h"
 
 namespace platform {
 namespace {
 
-constexpr int kMaxCell = 255;     // pixels of a cell, either way: the engine holds them in bytes
-constexpr int kDrawPitch = 32;    // bytes of a row of the widest cell; sets are drawn so, then tightened
 constexpr int kMaxFace = 255;     // bytes of a face name that count
 constexpr int kMaxOpenFaces = 8;  // each holds a file open
 constexpr int kLeastC = -128;     // of a C spacing, which the engine holds in a signed byte
@@ -42,123 +41,79 @@ constexpr size_t kNameCount = 64;
 constexpr FT_Int32 kLoadFlags = FT_LOAD_TARGET_MONO;
 
 struct FontFile {
-    FontFile *lpNext = nullptr;
-    std::unique_ptr<char[]> lpszPath;
-    int nIndex = 0;            // of the face in the file
-    FT_Face lpFace = nullptr;  // null while the file is not open
-    uint64_t nLastUse = 0;
+    std::string strPath;   // empty: no font at all
+    int nIndex = 0;        // of the face in the file
+    uint16_t wMadeUp = 0;  // bold and italic, where asked for and not in the file
 };
 
-struct Source {
-    FontFile *lpFile = nullptr;  // null: no font at all
-    uint16_t wMadeUp = 0;        // bold and italic, where asked for and not in the file
-
-    bool operator==(const Source &) const = default;
-};
-
-struct KeptName {
-    char szFace[kMaxFace + 1];  // in lower case
-    int nHeight;
-    uint16_t wStyle;
-    Source source;
-    uint64_t nLastUse;  // 0: free
-};
-
-// --- Cells ---
-
-int WidthOf(const FontCells::Spacing &spacing) {
-    return spacing.nA + spacing.nB + std::max(spacing.nC, 0);
-}
-
-size_t InkSize(int nHeight, int nPitch) {
-    return static_cast<size_t>(kCharCount) * static_cast<size_t>(nHeight) * static_cast<size_t>(nPitch);
-}
-
-uint8_t *RowOf(const FontCells &cells, int c, int y) {
-    return cells.lpInk.get() + static_cast<ptrdiff_t>(c * cells.nHeight + y) * cells.nPitch;
-}
-
-// Everything that is drawn goes through here, so nothing is written outside the cells.
-void Plot(FontCells *lpCells, int c, int x, int y) {
-    if (x < 0 || x >= kMaxCell || y < 0 || y >= lpCells->nHeight)
-        return;
-    uint8_t *lpByte = RowOf(*lpCells, c, y) + x / 8;
-    *lpByte = static_cast<uint8_t>(*lpByte | 0x80 >> x % 8);
-}
-
-// Copies everything, ink with a pitch of nPitch bytes. lpTo is unchanged if memory runs out.
-bool CopyCells(const FontCells &from, int nPitch, FontCells *lpTo) {
-    std::unique_ptr<uint8_t[]> lpInk(new (std::nothrow) uint8_t[InkSize(from.nHeight, nPitch)]);
-    if (!lpInk)
-        return false;
-    if (nPitch == from.nPitch) {
-        memcpy(lpInk.get(), from.lpInk.get(), InkSize(from.nHeight, nPitch));
-    } else {
-        const size_t nRow = static_cast<size_t>(std::min(nPitch, from.nPitch));
-        for (ptrdiff_t y = 0; y < ptrdiff_t{kCharCount} * from.nHeight; ++y)
-            memcpy(lpInk.get() + y * nPitch, from.lpInk.get() + y * from.nPitch, nRow);
-    }
-    lpTo->nHeight = from.nHeight;
-    lpTo->nExternalLeading = from.nExternalLeading;
-    lpTo->nOverhang = from.nOverhang;
-    lpTo->nAveCharWidth = from.nAveCharWidth;
-    lpTo->nMaxCharWidth = from.nMaxCharWidth;
-    std::copy(std::begin(from.aSpacing), std::end(from.aSpacing), std::begin(lpTo->aSpacing));
-    lpTo->nPitch = nPitch;
-    lpTo->lpInk = std::move(lpInk);
-    return true;
-}
-
-// Where the underline of a font runs, in rows of the cell.
+// Where the underline of a font runs, in rows of the cell; none of them if it has no underline.
 struct Line {
     int nTop, nRows;
 };
 
-void DrawUnderline(Line line, FontCells *lpCells) {
-    line.nRows = std::clamp(line.nRows, 1, lpCells->nHeight);
-    line.nTop = std::clamp(line.nTop, 0, lpCells->nHeight - line.nRows);
-    for (int c = 0; c < kCharCount; ++c) {
-        const int nWidth = WidthOf(lpCells->aSpacing[c]);
-        for (int y = line.nTop; y < line.nTop + line.nRows; ++y) {
-            for (int x = 0; x < nWidth; ++x)
-                Plot(lpCells, c, x, y);
-        }
+}  // namespace
+
+struct FontSource {
+    FontFile file;
+    int nEm;      // the height that was asked for
+    int nAscent;  // rows above the baseline
+    Line line;
+};
+
+namespace {
+
+// --- Cells ---
+
+int WidthOf(const CharCell &cell) {
+    return cell.nA + cell.nB + std::max(cell.nC, 0);
+}
+
+// Everything that is drawn goes through here, so nothing is written outside the cells.
+void Plot(CharCell *lpCell, int nRows, int x, int y) {
+    if (x < 0 || x >= kMaxCell || y < 0 || y >= nRows)
+        return;
+    uint8_t *lpByte = lpCell->aInk + y * kCellPitch + x / 8;
+    *lpByte = static_cast<uint8_t>(*lpByte | 0x80 >> x % 8);
+}
+
+void DrawUnderline(Line line, int nRows, CharCell *lpCell) {
+    const int nWidth = WidthOf(*lpCell);
+    for (int y = line.nTop; y < line.nTop + line.nRows; ++y) {
+        for (int x = 0; x < nWidth; ++x)
+            Plot(lpCell, nRows, x, y);
     }
 }
 
 // --- Hollow boxes, where there is no font ---
 
-void DrawBox(int c, int nBaseline, FontCells *lpCells) {
-    const FontCells::Spacing &spacing = lpCells->aSpacing[c];
-    const int nLeft = spacing.nA, nRight = spacing.nA + spacing.nB - 1;
-    for (int x = nLeft; x <= nRight; ++x) {
-        Plot(lpCells, c, x, 0);
-        Plot(lpCells, c, x, nBaseline - 1);
-    }
-    for (int y = 0; y < nBaseline; ++y) {
-        Plot(lpCells, c, nLeft, y);
-        Plot(lpCells, c, nRight, y);
-    }
+// The proportions are those of a common text font: an eighth of the em below the baseline, half an em wide.
+int BoxAdvance(int nEm) {
+    return std::max(3, (nEm + 1) / 2);
 }
 
-// The proportions are those of a common text font: an eighth of the em below the baseline, half an em wide.
-bool DrawBoxes(int nHeight, FontCells *lpCells, Line *lpLine) {
-    const int nAdvance = std::max(3, (nHeight + 1) / 2);
-    lpCells->nHeight = std::min(nHeight + (nHeight + 7) / 8, kMaxCell);
-    lpCells->nExternalLeading = 0;
-    lpCells->nOverhang = 0;
-    lpCells->nAveCharWidth = nAdvance;
-    lpCells->nMaxCharWidth = nAdvance;
-    lpCells->nPitch = kDrawPitch;
-    lpCells->lpInk.reset(new (std::nothrow) uint8_t[InkSize(lpCells->nHeight, kDrawPitch)]());
-    if (!lpCells->lpInk)
-        return false;
-    for (int c = 0; c < kCharCount; ++c) {
-        lpCells->aSpacing[c] = {1, nAdvance - 2, 1};
-        DrawBox(c, std::min(nHeight, lpCells->nHeight), lpCells);
+void MeasureBoxes(RasterFont *lpFont, FontSource *lpSource) {
+    const int nEm = lpSource->nEm, nAdvance = BoxAdvance(nEm);
+    lpFont->nHeight = std::min(nEm + (nEm + 7) / 8, kMaxCell);
+    lpFont->nExternalLeading = 0;
+    lpFont->nOverhang = 0;
+    lpFont->nAveCharWidth = nAdvance;
+    lpFont->nMaxCharWidth = nAdvance;
+    lpSource->file = {};
+    lpSource->line = {nEm, 1};
+}
+
+void DrawBox(int nEm, int nRows, CharCell *lpCell) {
+    lpCell->nA = lpCell->nC = 1;
+    lpCell->nB = BoxAdvance(nEm) - 2;
+    const int nLeft = 1, nRight = lpCell->nB, nBottom = std::min(nEm, nRows) - 1;
+    for (int x = nLeft; x <= nRight; ++x) {
+        Plot(lpCell, nRows, x, 0);
+        Plot(lpCell, nRows, x, nBottom);
     }
-    *lpLine = {nHeight, 1};
-    return true;
+    for (int y = 0; y <= nBottom; ++y) {
+        Plot(lpCell, nRows, nLeft, y);
+        Plot(lpCell, nRows, nRight, y);
+    }
 }
 
 // --- Characters ---
@@ -191,7 +146,7 @@ FT_UInt GlyphOf(FT_Face lpFace, int c) {
     return nGlyph;
 }
 
-// --- A font's cells ---
+// --- A font's metrics ---
 
 int RoundPixels(FT_Pos n26Dot6) {
     return static_cast<int>(std::clamp<FT_Pos>((n26Dot6 + 32) >> 6, -kMaxCell, kMaxCell));
@@ -276,105 +231,75 @@ Line UnderlineOf(FT_Face lpFace, int nHeight, int nAscent) {
     return {nAscent - Scale(lpFace, nTop, nHeight), Scale(lpFace, lpFace->underline_thickness, nHeight)};
 }
 
-// Draws the set of one face at one height, underline excepted.
+// Every figure of the font is brought to what a cell can hold. The average width is 0 if the font does not tell it.
+void MeasureFont(FT_Face lpFace, RasterFont *lpFont, FontSource *lpSource) {
+    const Measures measures = MeasureFace(lpFace, lpSource->nEm);
+    const int nOverhang = lpSource->file.wMadeUp & kStyleBold ? 1 : 0;
+    const int nMax = RoundPixels(lpFace->size->metrics.max_advance);
+    lpSource->nAscent = std::clamp(measures.nAscent, 0, kMaxCell);
+    lpSource->line = UnderlineOf(lpFace, lpSource->nEm, lpSource->nAscent);
+    lpFont->nHeight = std::clamp(lpSource->nAscent + std::max(measures.nDescent, 0), 1, kMaxCell);
+    lpFont->nExternalLeading = std::clamp(measures.nLeading, 0, lpFont->nHeight - 1);
+    lpFont->nOverhang = nOverhang;
+    lpFont->nAveCharWidth = measures.nAverage > 0 ? std::min(measures.nAverage + nOverhang, kMaxCell) : 0;
+    lpFont->nMaxCharWidth = std::clamp(nMax + nOverhang, 1, kMaxCell);
+}
+
+// --- A font's cells ---
+
+// Draws one character of a face that has the right height, underline excepted.
 class CellPainter {
   public:
-    CellPainter(FT_Library lpLibrary, FT_Face lpFace, int nHeight, uint16_t wMadeUp)
-        : _lpLibrary(lpLibrary), _lpFace(lpFace), _nHeight(nHeight), _wMadeUp(wMadeUp) {}
+    // The cell is all background. Whatever is drawn stays within nRows rows of it.
+    CellPainter(FT_Library lpLibrary, FT_Face lpFace, const FontSource &source, int nRows, CharCell *lpCell)
+        : _lpLibrary(lpLibrary), _lpFace(lpFace), _source(source), _nRows(nRows), _lpCell(lpCell) {}
 
-    // False only if memory runs out.
-    bool Paint(FontCells *lpCells, Line *lpLine);
+    void Paint(int c);
 
   private:
-    bool Start(FontCells *lpCells);
-    void PaintCharacter(int c, FT_UInt nGlyph);
     bool Load(FT_UInt nGlyph);
     bool MakeUp();
-    void SetSpacing(int c, int nLeft, int nInk, int nAdvance);
-    void CopyInk(int c);
+    void SetSpacing(int nLeft, int nInk, int nAdvance);
+    void CopyInk();
 
     FT_Library _lpLibrary;
     FT_Face _lpFace;
-    int _nHeight;
-    uint16_t _wMadeUp;
-    int _nAscent = 0;  // rows above the baseline
-    FontCells *_lpCells = nullptr;
+    const FontSource &_source;
+    int _nRows;
+    CharCell *_lpCell;
 };
 
-bool CellPainter::Paint(FontCells *lpCells, Line *lpLine) {
-    if (!Start(lpCells))
-        return false;
-    int nMissing = -1;
-    for (int c = 0; c < kCharCount; ++c) {
-        const FT_UInt nGlyph = GlyphOf(_lpFace, c);
-        if (nGlyph || nMissing < 0) {
-            PaintCharacter(c, nGlyph);
-        } else {
-            // A seventh of the code page has no character, and the sign for that is always the same.
-            const size_t nCell = InkSize(lpCells->nHeight, lpCells->nPitch) / kCharCount;
-            lpCells->aSpacing[c] = lpCells->aSpacing[nMissing];
-            memcpy(RowOf(*lpCells, c, 0), RowOf(*lpCells, nMissing, 0), nCell);
-        }
-        if (!nGlyph && nMissing < 0)
-            nMissing = c;
-    }
-    if (lpCells->nAveCharWidth <= 0) {
-        constexpr int kTypical = 'x';
-        const FontCells::Spacing &x = lpCells->aSpacing[kTypical];
-        lpCells->nAveCharWidth = std::max(x.nA + x.nB + x.nC, 1);
-    }
-    *lpLine = UnderlineOf(_lpFace, _nHeight, _nAscent);
-    return true;
-}
-
-// The metrics, and empty cells. Every figure of the font is brought to what a cell can hold.
-bool CellPainter::Start(FontCells *lpCells) {
-    const Measures measures = MeasureFace(_lpFace, _nHeight);
-    const int nOverhang = _wMadeUp & kStyleBold ? 1 : 0;
-    // cppcheck-suppress danglingLifetime ; a painter lives within one expression
-    _lpCells = lpCells;
-    _nAscent = std::clamp(measures.nAscent, 0, kMaxCell);
-    lpCells->nHeight = std::clamp(_nAscent + std::max(measures.nDescent, 0), 1, kMaxCell);
-    lpCells->nExternalLeading = std::clamp(measures.nLeading, 0, lpCells->nHeight - 1);
-    lpCells->nOverhang = nOverhang;
-    lpCells->nAveCharWidth = measures.nAverage > 0 ? std::min(measures.nAverage + nOverhang, kMaxCell) : 0;
-    const int nMax = RoundPixels(_lpFace->size->metrics.max_advance);
-    lpCells->nMaxCharWidth = std::clamp(nMax + nOverhang, 1, kMaxCell);
-    lpCells->nPitch = kDrawPitch;
-    lpCells->lpInk.reset(new (std::nothrow) uint8_t[InkSize(lpCells->nHeight, kDrawPitch)]());
-    return lpCells->lpInk != nullptr;
-}
-
-void CellPainter::PaintCharacter(int c, FT_UInt nGlyph) {
+void CellPainter::Paint(int c) {
     const FT_GlyphSlot lpSlot = _lpFace->glyph;
+    const FT_UInt nGlyph = GlyphOf(_lpFace, c);
     if (!Load(nGlyph)) {
         // No ink to be had; the tables of the font often know the advance all the same.
         FT_Fixed n16Dot16 = 0;
         if (FT_Get_Advance(_lpFace, nGlyph, FT_LOAD_NO_HINTING, &n16Dot16))
             n16Dot16 = 0;
-        SetSpacing(c, 0, 0, RoundPixels(n16Dot16 >> 10));
+        SetSpacing(0, 0, RoundPixels(n16Dot16 >> 10));
         return;
     }
     int nAdvance = RoundPixels(lpSlot->advance.x);
-    if (nAdvance > 0 && _wMadeUp & kStyleBold)
+    if (nAdvance > 0 && _source.file.wMadeUp & kStyleBold)
         ++nAdvance;
     if (!lpSlot->bitmap.buffer || lpSlot->bitmap.pixel_mode != FT_PIXEL_MODE_MONO) {
-        SetSpacing(c, 0, 0, nAdvance);
+        SetSpacing(0, 0, nAdvance);
         return;
     }
     const int nInk = static_cast<int>(std::min<unsigned>(lpSlot->bitmap.width, kMaxInk));
-    SetSpacing(c, lpSlot->bitmap_left, nInk, nAdvance);
-    CopyInk(c);
+    SetSpacing(lpSlot->bitmap_left, nInk, nAdvance);
+    CopyInk();
 }
 
 // Leaves the glyph as a bitmap in the face's slot, made-up styles in it.
 bool CellPainter::Load(FT_UInt nGlyph) {
     const FT_GlyphSlot lpSlot = _lpFace->glyph;
     // Styles are made up from outlines where the font has any, so that all characters get them alike.
-    const bool bOutline = _wMadeUp && FT_IS_SCALABLE(_lpFace);
+    const bool bOutline = _source.file.wMadeUp && FT_IS_SCALABLE(_lpFace);
     if (FT_Load_Glyph(_lpFace, nGlyph, kLoadFlags | (bOutline ? FT_LOAD_NO_BITMAP : 0)))
         return false;
-    if (_wMadeUp && !MakeUp())
+    if (_source.file.wMadeUp && !MakeUp())
         return false;
     if (lpSlot->format == FT_GLYPH_FORMAT_BITMAP)
         return true;
@@ -393,14 +318,14 @@ bool CellPainter::Load(FT_UInt nGlyph) {
 // leans by a fifth; a bitmap cannot be leant without breaking its strokes and stays upright.
 bool CellPainter::MakeUp() {
     const FT_GlyphSlot lpSlot = _lpFace->glyph;
-    const bool bBold = _wMadeUp & kStyleBold;
+    const bool bBold = _source.file.wMadeUp & kStyleBold;
     if (lpSlot->format == FT_GLYPH_FORMAT_BITMAP && bBold)
         return !FT_GlyphSlot_Own_Bitmap(lpSlot) && !FT_Bitmap_Embolden(_lpLibrary, &lpSlot->bitmap, 64, 0);
     if (lpSlot->format != FT_GLYPH_FORMAT_OUTLINE)
         return true;
     if (bBold)
         FT_Outline_EmboldenXY(&lpSlot->outline, 64, 0);
-    if (_wMadeUp & kStyleItalic) {
+    if (_source.file.wMadeUp & kStyleItalic) {
         const FT_Matrix lean = {0x10000, 0x3333, 0, 0x10000};
         FT_Outline_Transform(&lpSlot->outline, &lean);
     }
@@ -408,32 +333,30 @@ bool CellPainter::MakeUp() {
 }
 
 // Splits an advance into the three parts. However strange the font, what comes out fits a cell.
-void CellPainter::SetSpacing(int c, int nLeft, int nInk, int nAdvance) {
-    FontCells::Spacing &spacing = _lpCells->aSpacing[c];
+void CellPainter::SetSpacing(int nLeft, int nInk, int nAdvance) {
     nAdvance = std::clamp(nAdvance, 0, kMaxCell);
-    if (nInk <= 0) {
-        spacing = {0, nAdvance, 0};
+    _lpCell->nA = _lpCell->nC = 0;
+    _lpCell->nB = nAdvance;
+    if (nInk <= 0)
         return;
-    }
     const int nMostRight = std::min(kMaxCell, nAdvance - kLeastC);
-    spacing.nA = std::clamp(nLeft, -kMaxCell, nMostRight);
-    spacing.nB = std::min(nInk, nMostRight - spacing.nA);
-    spacing.nC = nAdvance - spacing.nA - spacing.nB;
+    _lpCell->nA = std::clamp(nLeft, -kMaxCell, nMostRight);
+    _lpCell->nB = std::min(nInk, nMostRight - _lpCell->nA);
+    _lpCell->nC = nAdvance - _lpCell->nA - _lpCell->nB;
 }
 
-void CellPainter::CopyInk(int c) {
+void CellPainter::CopyInk() {
     const FT_GlyphSlot lpSlot = _lpFace->glyph;
     const FT_Bitmap &bitmap = lpSlot->bitmap;
-    const FontCells::Spacing &spacing = _lpCells->aSpacing[c];
-    const int nTop = _nAscent - lpSlot->bitmap_top;
+    const int nTop = _source.nAscent - lpSlot->bitmap_top;
     const int nRows = static_cast<int>(std::min<unsigned>(bitmap.rows, kMaxInk));
     for (int y = 0; y < nRows; ++y) {
         // With a negative pitch the buffer begins with the lowest row.
         const int nStored = bitmap.pitch < 0 ? y - (static_cast<int>(bitmap.rows) - 1) : y;
         const uint8_t *lpRow = bitmap.buffer + static_cast<ptrdiff_t>(nStored) * bitmap.pitch;
-        for (int x = 0; x < spacing.nB; ++x) {
+        for (int x = 0; x < _lpCell->nB; ++x) {
             if (lpRow[x / 8] & 0x80 >> x % 8)
-                Plot(_lpCells, c, spacing.nA + x, nTop + y);
+                Plot(_lpCell, _nRows, _lpCell->nA + x, nTop + y);
         }
     }
 }
@@ -506,9 +429,31 @@ uint16_t MissingStyle(FcPattern *lpFound, uint16_t wStyle) {
     return wMissing;
 }
 
-// --- The system's fonts, and what has been made of them ---
+bool IsScalable(FcPattern *lpFound) {
+    FcBool bScalable = FcFalse;
+    FcPatternGetBool(lpFound, FC_SCALABLE, 0, &bScalable);
+    return bScalable;
+}
+
+// --- The system's fonts, and what has been opened of them ---
 
 constinit Mutex g_mutex;
+
+struct KeptName {
+    char szFace[kMaxFace + 1];  // in lower case
+    int nHeight;                // 0: a font for all heights
+    uint16_t wStyle;
+    FontFile file;
+    uint64_t nLastUse;  // 0: free
+};
+
+struct OpenFace {
+    std::string strPath;
+    int nIndex;
+    FT_Face lpFace;
+    int nHeight;  // of its characters now; 0: none
+    uint64_t nLastUse;
+};
 
 class Engine {
   public:
@@ -517,20 +462,18 @@ class Engine {
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
 
-    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) REQUIRES(g_mutex);
+    void Open(const char *lpszFace, int nHeight, uint16_t wStyle, RasterFont *lpFont) REQUIRES(g_mutex);
+    void Draw(const FontSource &source, int nRows, int c, CharCell *lpCell) REQUIRES(g_mutex);
 
   private:
-    bool FindSource(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource);
-    bool MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource);
-    FontFile *FindFile(const char *lpszPath, int nIndex);
-    FT_Face OpenFace(FontFile *lpFile);
-    void CloseOldestFace();
-    bool Build(const Source &source, int nHeight, bool bUnderline, FontCells *lpCells);
+    FontFile FindFile(const char *lpszFace, int nHeight, uint16_t wStyle);
+    FontFile MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle, bool *lpbScalable);
+    FT_Face FaceOf(const FontSource &source);
+    OpenFace *FindFace(const FontFile &file);
 
     FT_Library _lpLibrary = nullptr;  // null, like the next, if it is not to be had; then there are no fonts
     FcConfig *_lpConfig = nullptr;
-    FontFile *_lpFiles = nullptr;  // every file that was ever met; the fonts of the system limit their number
-    int _nOpenFaces = 0;
+    OpenFace _aFaces[kMaxOpenFaces] = {};
     uint64_t _nUses = 0;  // the time, for what was used last
     KeptName _aNames[kNameCount] = {};
 };
@@ -560,11 +503,9 @@ Engine::Engine() {
 }
 
 Engine::~Engine() {
-    while (FontFile *lpFile = _lpFiles) {
-        _lpFiles = lpFile->lpNext;
-        if (lpFile->lpFace)
-            FT_Done_Face(lpFile->lpFace);
-        delete lpFile;
+    for (const OpenFace &face : _aFaces) {
+        if (face.lpFace)
+            FT_Done_Face(face.lpFace);
     }
     if (_lpLibrary)
         FT_Done_FreeType(_lpLibrary);
@@ -572,130 +513,115 @@ Engine::~Engine() {
         FcConfigDestroy(_lpConfig);
 }
 
-bool Engine::Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) {
-    Source source;
-    return FindSource(lpszFace, nHeight, wStyle & (kStyleBold | kStyleItalic), &source) &&
-           Build(source, nHeight, wStyle & kStyleUnderline, lpCells);
+void Engine::Open(const char *lpszFace, int nHeight, uint16_t wStyle, RasterFont *lpFont) {
+    auto lpSource = std::make_shared<FontSource>();
+    lpSource->file = FindFile(lpszFace, nHeight, wStyle & (kStyleBold | kStyleItalic));
+    lpSource->nEm = nHeight;
+    if (const FT_Face lpFace = FaceOf(*lpSource))
+        MeasureFont(lpFace, lpFont, lpSource.get());
+    else
+        MeasureBoxes(lpFont, lpSource.get());
+    Line &line = lpSource->line;
+    line.nRows = wStyle & kStyleUnderline ? std::clamp(line.nRows, 1, lpFont->nHeight) : 0;
+    line.nTop = std::clamp(line.nTop, 0, lpFont->nHeight - line.nRows);
+    if (lpFont->nAveCharWidth <= 0) {
+        CharCell x;
+        Draw(*lpSource, lpFont->nHeight, 'x', &x);
+        lpFont->nAveCharWidth = std::max(x.nA + x.nB + x.nC, 1);
+    }
+    lpFont->lpSource = std::move(lpSource);
 }
 
-// False if memory runs out, as in the next: boxes would stay for as long as their set is remembered.
-bool Engine::FindSource(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource) {
+// A file that was a font when it was opened may have gone since.
+void Engine::Draw(const FontSource &source, int nRows, int c, CharCell *lpCell) {
+    memset(lpCell->aInk, 0, static_cast<size_t>(nRows * kCellPitch));
+    if (const FT_Face lpFace = FaceOf(source))
+        CellPainter(_lpLibrary, lpFace, source, nRows, lpCell).Paint(c);
+    else
+        DrawBox(source.nEm, nRows, lpCell);
+    DrawUnderline(source.line, nRows, lpCell);
+}
+
+FontFile Engine::FindFile(const char *lpszFace, int nHeight, uint16_t wStyle) {
     char szFace[kMaxFace + 1] = {};
     for (int i = 0; i < kMaxFace && lpszFace[i]; ++i) {
         const char c = lpszFace[i];
         szFace[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
     for (KeptName &name : _aNames) {
-        if (name.nLastUse && name.nHeight == nHeight && name.wStyle == wStyle &&
+        if (name.nLastUse && (!name.nHeight || name.nHeight == nHeight) && name.wStyle == wStyle &&
             !strcmp(name.szFace, szFace)) {
             name.nLastUse = ++_nUses;
-            *lpSource = name.source;
-            return true;
+            return name.file;
         }
     }
-    if (!MatchFace(szFace, nHeight, wStyle, lpSource))
-        return false;
-    // Nothing found may have been want of memory inside fontconfig, and is not remembered.
-    if (lpSource->lpFile) {
+    bool bScalable = false;
+    const FontFile file = MatchFace(szFace, nHeight, wStyle, &bScalable);
+    // Nothing found may have been want of memory, and is not remembered.
+    if (!file.strPath.empty()) {
         KeptName &name = LeastRecentlyUsed(_aNames);
         memcpy(name.szFace, szFace, sizeof szFace);
-        name.nHeight = nHeight;
+        name.nHeight = bScalable ? 0 : nHeight;
         name.wStyle = wStyle;
-        name.source = *lpSource;
+        name.file = file;
         name.nLastUse = ++_nUses;
     }
-    return true;
+    return file;
 }
 
-bool Engine::MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle, Source *lpSource) {
+FontFile Engine::MatchFace(const char *lpszFace, int nHeight, uint16_t wStyle, bool *lpbScalable) {
+    FontFile file;
     FcPattern *lpFound = _lpConfig ? FindFont(_lpConfig, lpszFace, nHeight, wStyle) : nullptr;
     if (!lpFound)
-        return true;
-    bool bMemory = true;
+        return file;
     FcChar8 *lpszPath = nullptr;
     if (FcPatternGetString(lpFound, FC_FILE, 0, &lpszPath) == FcResultMatch) {
-        int nIndex = 0;
-        FcPatternGetInteger(lpFound, FC_INDEX, 0, &nIndex);
-        lpSource->lpFile = FindFile(reinterpret_cast<const char *>(lpszPath), nIndex);
-        lpSource->wMadeUp = MissingStyle(lpFound, wStyle);
-        bMemory = lpSource->lpFile != nullptr;
+        FcPatternGetInteger(lpFound, FC_INDEX, 0, &file.nIndex);
+        // fontconfig sets the sign for a variable font as a whole; FreeType wants the number of the face alone.
+        if (file.nIndex < 0)
+            file.nIndex &= 0xFFFF;
+        file.strPath = reinterpret_cast<const char *>(lpszPath);
+        file.wMadeUp = MissingStyle(lpFound, wStyle);
+        *lpbScalable = IsScalable(lpFound);
     }
     FcPatternDestroy(lpFound);
-    return bMemory;
+    return file;
 }
 
-// Null if memory runs out.
-FontFile *Engine::FindFile(const char *lpszPath, int nIndex) {
-    // fontconfig sets the sign for a variable font as a whole; FreeType wants the number of the face alone.
-    if (nIndex < 0)
-        nIndex &= 0xFFFF;
-    for (FontFile *lpFile = _lpFiles; lpFile; lpFile = lpFile->lpNext) {
-        if (lpFile->nIndex == nIndex && !strcmp(lpFile->lpszPath.get(), lpszPath))
-            return lpFile;
-    }
-    std::unique_ptr<FontFile> lpFile(new (std::nothrow) FontFile);
-    if (!lpFile)
+// The open face of a font, its height set. Null if the file cannot be read or is no font.
+FT_Face Engine::FaceOf(const FontSource &source) {
+    OpenFace *lpOpen = source.file.strPath.empty() || !_lpLibrary ? nullptr : FindFace(source.file);
+    if (!lpOpen)
         return nullptr;
-    const size_t nSize = strlen(lpszPath) + 1;
-    lpFile->lpszPath.reset(new (std::nothrow) char[nSize]);
-    if (!lpFile->lpszPath)
-        return nullptr;
-    memcpy(lpFile->lpszPath.get(), lpszPath, nSize);
-    lpFile->nIndex = nIndex;
-    lpFile->lpNext = _lpFiles;
-    return _lpFiles = lpFile.release();
+    // Each change has the font run the program by which it scales itself.
+    if (lpOpen->nHeight != source.nEm)
+        lpOpen->nHeight = SetHeight(lpOpen->lpFace, source.nEm) ? source.nEm : 0;
+    return lpOpen->nHeight ? lpOpen->lpFace : nullptr;
 }
 
-// Null if the file cannot be read or is no font.
-FT_Face Engine::OpenFace(FontFile *lpFile) {
-    lpFile->nLastUse = ++_nUses;
-    if (lpFile->lpFace)
-        return lpFile->lpFace;
-    if (_nOpenFaces >= kMaxOpenFaces)
-        CloseOldestFace();
-    if (FT_New_Face(_lpLibrary, lpFile->lpszPath.get(), lpFile->nIndex, &lpFile->lpFace)) {
-        lpFile->lpFace = nullptr;
-        return nullptr;
+OpenFace *Engine::FindFace(const FontFile &file) {
+    for (OpenFace &face : _aFaces) {
+        if (face.lpFace && face.nIndex == file.nIndex && face.strPath == file.strPath) {
+            face.nLastUse = ++_nUses;
+            return &face;
+        }
     }
-    ++_nOpenFaces;
-    if (!lpFile->lpFace->charmap)
-        FT_Select_Charmap(lpFile->lpFace, FT_ENCODING_MS_SYMBOL);
-    return lpFile->lpFace;
-}
-
-void Engine::CloseOldestFace() {
-    FontFile *lpOldest = nullptr;
-    for (FontFile *lpFile = _lpFiles; lpFile; lpFile = lpFile->lpNext) {
-        if (lpFile->lpFace && (!lpOldest || lpFile->nLastUse < lpOldest->nLastUse))
-            lpOldest = lpFile;
-    }
-    if (!lpOldest)
-        return;
-    FT_Done_Face(lpOldest->lpFace);
-    lpOldest->lpFace = nullptr;
-    --_nOpenFaces;
-}
-
-bool Engine::Build(const Source &source, int nHeight, bool bUnderline, FontCells *lpCells) {
-    FontCells drawn;
-    Line line;
-    const FT_Face lpFace = source.lpFile && _lpLibrary ? OpenFace(source.lpFile) : nullptr;
-    const bool bDrawn = lpFace && SetHeight(lpFace, nHeight)
-                            ? CellPainter(_lpLibrary, lpFace, nHeight, source.wMadeUp).Paint(&drawn, &line)
-                            : DrawBoxes(nHeight, &drawn, &line);
-    if (!bDrawn)
-        return false;
-    if (bUnderline)
-        DrawUnderline(line, &drawn);
-    int nWidest = 1;
-    for (const FontCells::Spacing &spacing : drawn.aSpacing)
-        nWidest = std::max(nWidest, WidthOf(spacing));
-    return CopyCells(drawn, (nWidest + 7) / 8, lpCells);
+    FT_Face lpFace;
+    if (FT_New_Face(_lpLibrary, file.strPath.c_str(), file.nIndex, &lpFace))
+        return nullptr;
+    if (!lpFace->charmap)
+        FT_Select_Charmap(lpFace, FT_ENCODING_MS_SYMBOL);
+    OpenFace &oldest = LeastRecentlyUsed(_aFaces);
+    if (oldest.lpFace)
+        FT_Done_Face(oldest.lpFace);
+    oldest = {file.strPath, file.nIndex, lpFace, 0, ++_nUses};
+    return &oldest;
 }
 
 class SystemRasterizer final : public Rasterizer {
   public:
-    bool Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) override;
+    bool Open(const char *lpszFace, int nHeight, uint16_t wStyle, RasterFont *lpFont) override;
+    bool Draw(const RasterFont &font, int c, CharCell *lpCell) override;
 };
 
 // The system's rasteriser is made in place and never destroyed: it has no state, only a type.
@@ -704,11 +630,27 @@ constinit Rasterizer *g_lpReplacement GUARDED_BY(g_mutex) = nullptr;
 constinit SystemRasterizer *g_lpSystem GUARDED_BY(g_mutex) = nullptr;
 alignas(SystemRasterizer) unsigned char g_aSystem[sizeof(SystemRasterizer)];
 
-bool SystemRasterizer::Rasterize(const char *lpszFace, int nHeight, uint16_t wStyle, FontCells *lpCells) {
-    const MutexLock lock(g_mutex);
+// Null if memory runs out.
+Engine *GetEngine() REQUIRES(g_mutex) {
     if (!g_lpEngine)
         g_lpEngine = new (std::nothrow) Engine;
-    return g_lpEngine && g_lpEngine->Rasterize(lpszFace, std::clamp(nHeight, 1, kMaxCell), wStyle, lpCells);
+    return g_lpEngine;
+}
+
+bool SystemRasterizer::Open(const char *lpszFace, int nHeight, uint16_t wStyle, RasterFont *lpFont) {
+    const MutexLock lock(g_mutex);
+    Engine *lpEngine = GetEngine();
+    if (lpEngine)
+        lpEngine->Open(lpszFace, std::clamp(nHeight, 1, kMaxCell), wStyle, lpFont);
+    return lpEngine;
+}
+
+bool SystemRasterizer::Draw(const RasterFont &font, int c, CharCell *lpCell) {
+    const MutexLock lock(g_mutex);
+    Engine *lpEngine = GetEngine();
+    if (lpEngine)
+        lpEngine->Draw(*font.lpSource, font.nHeight, c, lpCell);
+    return lpEngine;
 }
 
 }  // namespace
