@@ -4,7 +4,7 @@
 // What stands in an Arena is not freed by itself. Objects derive from InArena, are made by "new (arena) T", and can be
 // deleted like any other, which ends them and leaves their memory alone.
 //
-// An Arena has no lock: it belongs to a Page, and follows that Page's rules.
+// An Arena has no lock: it belongs to a Page, or a glyph set, and follows its rules.
 #pragma once
 
 #include <cstddef>
@@ -50,7 +50,7 @@ class Arena {
     void *TakeFromNewChunk(size_t nBytes);
     void FreeChunks();
 
-    // Head = the newest and largest.
+    // Head = the newest.
     Chunk *_lpChunks = nullptr;
     char *_lpFree = nullptr;
     char *_lpEnd = nullptr;

@@ -1,16 +1,13 @@
 #include "glyphcache.h"
 
 #include <algorithm>
-#include <new>
+#include <cstring>
 #include <utility>
 
 namespace {
 
 // More than a page of many faces uses; the largest, with every character drawn, take 30 KB each.
 constexpr size_t kMaxEntries = 48;
-
-// The letters of a usual text font.
-constexpr size_t kBlockSize = 1024;
 
 uint8_t ToByte(int n) {
     return static_cast<uint8_t>(std::clamp(n, 0, 255));
@@ -55,8 +52,9 @@ int GlyphCells::Draw(uint8_t c) {
     const uint8_t bGlyphWidth = ToByte(cell.nA + cell.nB + std::max(cell.nC, 0));
     const uint8_t bGlyphHeight = ToByte(_font.nHeight);
     const platform::MutexLock lock(_hMutex);
-    uint8_t *lpBits = glyph._lpBits ? nullptr : TakeBits(bGlyphWidth * bGlyphHeight / 8u + 1);
-    if (lpBits) {
+    if (!glyph._lpBits) {
+        const size_t nBytes = size_t{bGlyphWidth} * bGlyphHeight / 8 + 1 + kGlyphSlack;
+        uint8_t *lpBits = static_cast<uint8_t *>(memset(_bits.Take(nBytes), 0, nBytes));
         PackGlyph(cell, bGlyphWidth, bGlyphHeight, lpBits);
         acSpacing[c] = static_cast<int8_t>(std::clamp(cell.nC, -128, 0));
         glyph._bHeight = bGlyphHeight;
@@ -64,21 +62,6 @@ int GlyphCells::Draw(uint8_t c) {
         glyph._bWidth = bGlyphWidth;
     }
     return glyph.Width();
-}
-
-// Zeros. Null if memory runs out.
-uint8_t *GlyphCells::TakeBits(size_t nBytes) {
-    if (nBytes > _nFree) {
-        const size_t nSize = std::max(nBytes, kBlockSize);
-        std::unique_ptr<uint8_t[]> lpBlock(new (std::nothrow) uint8_t[nSize + kGlyphSlack]());
-        if (!lpBlock)
-            return nullptr;
-        _lpFree = lpBlock.get();
-        _nFree = nSize;
-        _blocks.push_back(std::move(lpBlock));
-    }
-    _nFree -= nBytes;
-    return std::exchange(_lpFree, _lpFree + nBytes);
 }
 
 // Two threads may open the same set at once; both are right.

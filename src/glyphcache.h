@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "arena.h"
 #include "platform/mutex.h"
 #include "platform/rasterizer.h"
 
@@ -46,15 +47,11 @@ struct GlyphCells {
     int Draw(uint8_t c);
 
   private:
-    uint8_t *TakeBits(size_t nBytes) REQUIRES(_hMutex);
-
     platform::Rasterizer *_lpRasterizer = nullptr;
     platform::RasterFont _font = {};
     platform::Mutex _hMutex;
-    // Where the bits of the glyphs are, one behind the other, and what is left of the last block.
-    std::vector<std::unique_ptr<uint8_t[]>> _blocks GUARDED_BY(_hMutex);
-    uint8_t *_lpFree GUARDED_BY(_hMutex) = nullptr;
-    size_t _nFree GUARDED_BY(_hMutex) = 0;
+    // The bits of the glyphs.
+    Arena _bits GUARDED_BY(_hMutex);
 };
 
 class GlyphCache {

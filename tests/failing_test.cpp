@@ -278,7 +278,10 @@ int FailingTest::Live(Service service, int n, bool bLasting) {
     EXPECT_TRUE(IsWhole("the load", Picture()));
     EXPECT_TRUE(!n || Contents("cache/FAR.PCX") == _strCopy);
     StopEngine();
-    EXPECT_TRUE(!n || WaitUntil([this] { return Held() == _held; })) << "threads or files are left";
+    EXPECT_TRUE(!n || WaitUntil([this] {
+        const auto held = Held();
+        return held[0] <= _held[0] && held[1] <= _held[1];
+    })) << "threads or files are left";
     return nCalls;
 }
 

@@ -49,10 +49,11 @@ JPG_AVX2 inline void MakeColors(const uint8_t *lpCb, const uint8_t *lpCr, int nC
         const __m256i cb = LoadCentered(lpCb + x), cr = LoadCentered(lpCr + x);
         const __m256i low = _mm256_unpacklo_epi16(cb, cr), high = _mm256_unpackhi_epi16(cb, cr);
         const __m256i green = _mm256_packs_epi32(Green(low), Green(high));
-        Store<kRepeat>(_mm256_add_epi16(cr, Part(cr, kRedRest)), lpColors->anRed + kRepeat * x);
-        Store<kRepeat>(_mm256_sub_epi16(green, cr), lpColors->anGreen + kRepeat * x);
+        const ptrdiff_t nPixel = ptrdiff_t{kRepeat} * x;
+        Store<kRepeat>(_mm256_add_epi16(cr, Part(cr, kRedRest)), lpColors->anRed + nPixel);
+        Store<kRepeat>(_mm256_sub_epi16(green, cr), lpColors->anGreen + nPixel);
         Store<kRepeat>(_mm256_add_epi16(_mm256_add_epi16(cb, cb), Part(cb, kBlueRest)),
-                       lpColors->anBlue + kRepeat * x);
+                       lpColors->anBlue + nPixel);
     }
 }
 
@@ -85,7 +86,7 @@ JPG_AVX2 void MakeColorsAVX2(const uint8_t *lpCb, const uint8_t *lpCr, int nCoun
 
 JPG_AVX2 void MakePixelsAVX2(const uint8_t *lpY, const ColorRow &colors, int nWidth, uint32_t *lpPixels) {
     const __m256i zero = _mm256_setzero_si256();
-    alignas(32) uint32_t adwLast[32];
+    alignas(32) uint32_t adwLast[32] = {};
     for (int x = 0; x < nWidth; x += 32) {
         const __m128i *lp = reinterpret_cast<const __m128i *>(lpY + x);
         const __m256i left = _mm256_cvtepu8_epi16(_mm_loadu_si128(lp));

@@ -45,9 +45,10 @@ void ReplaceKernels(const Kernels *lpKernels) {
 }
 
 const Kernels &ActiveKernels() {
-    static const Kernels *const lpFastest = FindAVX2Kernels() ? FindAVX2Kernels() : &g_portableKernels;
-    const Kernels *lpReplaced = g_lpReplaced;
-    return lpReplaced ? *lpReplaced : *lpFastest;
+    static const Kernels *const s_lpVector = FindAVX2Kernels();
+    if (const Kernels *lpReplaced = g_lpReplaced)
+        return *lpReplaced;
+    return s_lpVector ? *s_lpVector : g_portableKernels;
 }
 
 }  // namespace jpg

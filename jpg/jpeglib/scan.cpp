@@ -65,7 +65,7 @@ constexpr int kMostInARow = BitReader::kFull / kLookBits;  // look-ups with one 
     lpCoef[0] = static_cast<int16_t>(*lpLastDC);
     for (int k = nLast == kBadBlock ? 64 : 1; k < 64;) {
         bits = lpReader->Fill(bits);
-        LookUp look;
+        LookUp look = {};
         for (int i = 0; i < kMostInARow; ++i) {
             look = ac._aLookUp[bits.Peek(kLookBits)];
             if (!look.nValue)

@@ -72,7 +72,7 @@ int WidthOf(const CharCell &cell) {
 void Plot(CharCell *lpCell, int nRows, int x, int y) {
     if (x < 0 || x >= kMaxCell || y < 0 || y >= nRows)
         return;
-    uint8_t *lpByte = lpCell->aInk + y * kCellPitch + x / 8;
+    uint8_t *lpByte = lpCell->aInk + ptrdiff_t{y} * kCellPitch + x / 8;
     *lpByte = static_cast<uint8_t>(*lpByte | 0x80 >> x % 8);
 }
 
@@ -534,7 +534,7 @@ void Engine::Open(const char *lpszFace, int nHeight, uint16_t wStyle, RasterFont
 
 // A file that was a font when it was opened may have gone since.
 void Engine::Draw(const FontSource &source, int nRows, int c, CharCell *lpCell) {
-    memset(lpCell->aInk, 0, static_cast<size_t>(nRows * kCellPitch));
+    memset(lpCell->aInk, 0, static_cast<size_t>(nRows) * kCellPitch);
     if (const FT_Face lpFace = FaceOf(source))
         CellPainter(_lpLibrary, lpFace, source, nRows, lpCell).Paint(c);
     else
@@ -556,7 +556,7 @@ FontFile Engine::FindFile(const char *lpszFace, int nHeight, uint16_t wStyle) {
         }
     }
     bool bScalable = false;
-    const FontFile file = MatchFace(szFace, nHeight, wStyle, &bScalable);
+    FontFile file = MatchFace(szFace, nHeight, wStyle, &bScalable);
     // Nothing found may have been want of memory, and is not remembered.
     if (!file.strPath.empty()) {
         KeptName &name = LeastRecentlyUsed(_aNames);
