@@ -21,8 +21,9 @@ class Strip {
     // Where the samples of a block go, rows kWidth apart: of the MCU that comes next, the block in column h and
     // row v of a component.
     uint8_t *Place(int nComponent, int h, int v) {
-        const ptrdiff_t nColumn = ptrdiff_t{kBlock} * (_nMCUs * _state._aComponents[nComponent]._bH + h);
-        return _aMCU[nComponent][v * kBlock] + nColumn;
+        const int nRow = v * kBlock;
+        const int nColumn = (_nMCUs * _state._aComponents[nComponent]._bH + h) * kBlock;
+        return &_aMCU[nComponent][nRow][nColumn];
     }
 
     // That MCU is complete.
