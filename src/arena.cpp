@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/sanitizers.h"
+
 namespace {
 
 // Chunks double, so that a small document takes little. They stay as small as what the library takes without asking
@@ -11,16 +13,7 @@ constexpr size_t kFirstChunk = 1024;
 constexpr size_t kLargestChunk = 8 * 1024 - 64;
 
 // Where the sanitizer watches memory, each piece is a chunk of its own: what reaches beyond it, or comes too late, is seen.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TESSEL_WATCHED_MEMORY 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(TESSEL_WATCHED_MEMORY)
-constexpr bool kOneByOne = true;
-#else
-constexpr bool kOneByOne = false;
-#endif
+constexpr bool kOneByOne = platform::kAddressSanitizer;
 
 }  // namespace
 
@@ -43,7 +36,7 @@ void Arena::Clear() {
         FreeChunks();
         return;
     }
-    // The largest one is kept: what is taken next will mostly be as much again.
+    // The newest is kept, for what is taken next.
     Chunk *lpKept = _lpChunks;
     _lpChunks = lpKept->lpNext;
     FreeChunks();

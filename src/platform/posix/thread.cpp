@@ -8,6 +8,8 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/sanitizers.h"
+
 namespace platform {
 
 namespace {
@@ -15,16 +17,8 @@ namespace {
 // The deepest that a worker goes is the rasteriser, measured at 82 KB with its first font, of which 77 KB are
 // fontconfig and FreeType, on top of 8 KB of Page::ParseTag and a tag's handler. A JPEG decoder takes 59 KB,
 // its state and the strip of samples. The rest is for other versions of the libraries and other font
-// settings. Sanitizers make frames larger; GCC and Clang name them in different ways.
-#ifndef __has_feature
-#define __has_feature(name) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) || \
-    __has_feature(thread_sanitizer)
-constexpr size_t kStackSize = size_t{1024} * 1024;
-#else
-constexpr size_t kStackSize = size_t{256} * 1024;
-#endif
+// settings. Sanitizers make frames larger.
+constexpr size_t kStackSize = size_t{kAddressSanitizer || kThreadSanitizer ? 1024 : 256} * 1024;
 
 std::atomic<int> g_nFailures{0};
 
