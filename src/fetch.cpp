@@ -56,6 +56,7 @@ void FetchFromHost(Resource *lpResource) REQUIRES(g_lpMainFrame->_hFetchMutex) {
             return;
         }
     }
+    Workers().Relieve();
     HttpFetch(lpResource, szCachePath);
 }
 

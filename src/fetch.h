@@ -31,7 +31,7 @@ class CAPABILITY("turn") FetchTurn {
     // false when the time is over or somebody has set the waiter's event.
     bool WaitFor(Waiter *lpWaiter, uint32_t nWait) TRY_ACQUIRE(true) { return Take(lpWaiter, nWait); }
     void Release() RELEASE() { HandOn(); }
-    // For tests: how many wait.
+    // How many wait.
     int CountWaiting();
 
   private:

@@ -4,6 +4,7 @@
 
 #include "frame.h"
 #include "frameset.h"
+#include "mainframe.h"
 #include "page.h"
 
 namespace {
@@ -14,6 +15,15 @@ constexpr uint32_t kCloseLook = 100;
 // Threads at a time. Only one of them fetches, and those of one Frame deliver one after the other: more would only wait,
 // with what they have fetched in hand.
 constexpr int kMaxThreads = 16;
+
+// How many threads must run before lpResource waits for one of them. A picture from the disk or from the cache takes less
+// time than passing the turn to fetch on to another thread, so that one thread does best with hundreds of those. Where a
+// server must be waited for, Relieve has the next one take its place behind it.
+int EnoughThreadsFor(const Resource *lpResource) {
+    if (lpResource->IsDocument())
+        return kMaxThreads;
+    return lpResource->_lpszHost ? 2 : 1;
+}
 
 // Set for the life of each thread that the library has started.
 thread_local bool t_bOwnThread = false;
@@ -102,7 +112,7 @@ void WorkerRegistry::Start(Resource *lpResource) {
         lpWorker->bCounted = true;
         ++(lpResource->IsDocument() ? _counts.pages_running : _counts.images_running);
         lpResource->_lpWorker = lpWorker;
-        if (!Launch(lpWorker))
+        if (_nRunning >= EnoughThreadsFor(lpResource) || !Launch(lpWorker))
             Await(lpWorker);
     }
     Reap();
@@ -110,11 +120,22 @@ void WorkerRegistry::Start(Resource *lpResource) {
 
 // Under the lock, so that the new thread does not find its entry unlinked.
 bool WorkerRegistry::Launch(Worker *lpWorker) {
-    if (_nRunning == kMaxThreads || !lpWorker->thread.Start(Run, lpWorker))
+    if (_nRunning >= kMaxThreads || !lpWorker->thread.Start(Run, lpWorker))
         return false;
     Link(_lpRunning, lpWorker);
     ++_nRunning;
     return true;
+}
+
+void WorkerRegistry::Relieve() {
+    if (g_lpMainFrame->_hFetchMutex.CountWaiting())
+        return;
+    const Lock lock(_mutex);
+    if (!_lpLongest)
+        return;
+    Worker *lpWorker = TakeWaiting();
+    if (!Launch(lpWorker))
+        Await(lpWorker);
 }
 
 void WorkerRegistry::Run(void *lpWorker) {
@@ -194,9 +215,19 @@ void WorkerRegistry::EndCancelled() {
     }
 }
 
+// Whether no worker has ended a Resource since the last look.
+bool WorkerRegistry::IsStuck() {
+    const Lock lock(_mutex);
+    const bool bStuck = _nLeft == _nLeftSeen;
+    _nLeftSeen = _nLeft;
+    return bStuck;
+}
+
 void WorkerRegistry::RunStranded() {
     t_bOwnThread = true;
     EndCancelled();
+    if (IsStuck())
+        Relieve();
     Lock lock(_mutex);
     while (_lpLongest && !_nRunning) {
         Worker *lpWorker = TakeWaiting();
@@ -258,6 +289,7 @@ void WorkerRegistry::Leave(Worker *lpWorker) {
     int nDoomed = 0;
     {
         const Lock lock(_mutex);
+        ++_nLeft;
         CountEnd(lpResource);
         Count(lpResource, -1);
         lpWorker->lpResource = nullptr;

@@ -35,10 +35,14 @@ class WorkerRegistry {
     void Close() EXCLUDES(_mutex);
 
     // Starts a worker for lpResource. If there are enough threads, or the system gives no further one, the Resource
-    // waits for a worker that ends, or for RunStranded.
+    // waits for a worker that ends, for one that calls Relieve, or for RunStranded.
     void Start(Resource *lpResource);
-    // Takes care of Resources that wait for a thread: ends those that are cancelled; and while no worker runs that could
-    // take them over, tries again, and ends them as failed fetches if there is still none. On the timer's thread.
+    // A worker that has the turn is about to wait for a server: gives a thread to the Resource that has waited for one
+    // longest, so that it comes next, unless another stands there already.
+    void Relieve() EXCLUDES(_mutex);
+    // Takes care of Resources that wait for a thread: ends those that are cancelled; gives one a thread of its own while
+    // the others are stuck; and while no worker runs that could take them over, tries again, and ends them as failed
+    // fetches if there is still none. On the timer's thread.
     void RunStranded() EXCLUDES(_mutex);
     // Wakes the worker of lpResource, if it waits for its turn.
     void Wake(Resource *lpResource) REQUIRES(_mutex);
@@ -70,6 +74,7 @@ class WorkerRegistry {
     Worker *TakeWaiting() REQUIRES(_mutex);
     void EndCancelled(Worker *lpWorker) EXCLUDES(_mutex);
     void EndCancelled() EXCLUDES(_mutex);
+    bool IsStuck() EXCLUDES(_mutex);
     void Leave(Worker *lpWorker) EXCLUDES(_mutex);
     void Reap() EXCLUDES(_mutex);
     void Count(Resource *lpResource, int nStep) REQUIRES(_mutex);
@@ -80,6 +85,9 @@ class WorkerRegistry {
     Worker *_lpLongest GUARDED_BY(_mutex) = nullptr;  // that end
     Worker *_lpEnded GUARDED_BY(_mutex) = nullptr;    // to be joined
     int _nRunning GUARDED_BY(_mutex) = 0;
+    // Resources that workers have left, and how many of them the timer has seen.
+    uint32_t _nLeft GUARDED_BY(_mutex) = 0;
+    uint32_t _nLeftSeen GUARDED_BY(_mutex) = 0;
     int _nRetired GUARDED_BY(_mutex) = 0;
     bool _bClosing GUARDED_BY(_mutex) = true;
     platform_FetchCounts _counts GUARDED_BY(_mutex) = {};

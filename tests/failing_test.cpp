@@ -291,7 +291,7 @@ TEST_P(FailingTest, OneThingIsMissingAndTheNextLoadIsWhole) {
         int n = 1;
         while (Live(GetParam(), n, bLasting) >= n && !HasFailure())
             n += kStep;
-        EXPECT_GT(n, 9);
+        EXPECT_GT(n, 5);
         printf("%s: %d calls\n", kNames[GetParam()], n - kStep);
     }
     for (const Call *lpCall = Call::s_lpFirst; lpCall; lpCall = lpCall->lpNext)

@@ -161,6 +161,25 @@ TEST_F(FetchTest, ExitInsideACallbackOnTheHostsThreadWaitsForItsEnd) {
     EXPECT_FALSE(g_lpMainFrame);
 }
 
+TEST_F(FetchTest, PicturesShareAThreadUntilItIsStuck) {
+    static std::atomic<bool> bHeld;
+    bHeld = true;
+    tessel_SetCallback(4, [](int) { EXPECT_TRUE(g_nCallbacks++ || WaitUntil([] { return !bHeld; })); });
+    HoldTurn();
+    for (int i = 0; i < 4; ++i)
+        Start("file");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(Workers().CountWorkers(), 1) << "more would wait for the turn as well";
+    Turn().Release();
+    EXPECT_TRUE(WaitUntil([] {
+        platform_FetchCounts counts;
+        platform_GetFetchCounts(&counts);
+        return counts.images_loaded == 4;
+    })) << "though the host does not return from the first";
+    bHeld = false;
+    EXPECT_EQ(Ends(), "data data data data ");
+}
+
 TEST_F(FetchTest, CancellationAndShutDownDoNotWaitForTheQueue) {
     HoldTurn();
     for (int i = 0; i < 5; ++i) {

@@ -124,6 +124,17 @@ TEST_F(NetworkTest, SilentServerHoldsNobodyUp) {
     }
 }
 
+TEST_F(NetworkTest, NextPictureStandsReadyBehindASlowServer) {
+    server.Prescribe({"", kHold});
+    std::string strHTML;
+    for (const char *lpszName : {"a.bmp", "b.bmp", "c.bmp", "d.bmp"})
+        strHTML += "<IMG SRC=" + Url(lpszName) + ">";
+    tessel_OpenURL(WriteFile("page.htm", strHTML).c_str());
+    EXPECT_TRUE(
+        WaitUntil([&] { return server.nAccepted == 1 && g_lpMainFrame->_hFetchMutex.CountWaiting() > 0; }));
+    EXPECT_LT(Workers().CountWorkers(), 4);
+}
+
 // The library before an ordinary server, which keeps connections open and sends in chunks whenever it is let.
 TEST_F(NetworkTest, PagesAndPicturesOfNginxComeAsTheyDoFromFiles) {
     if (!fs::exists(TESSEL_NGINX))
