@@ -52,19 +52,46 @@ uint64_t TakeBits(const uint8_t *lpBits, uint32_t nBit) {
     return qwBits << (nBit & 7);
 }
 
-// Jumps from ink to ink, from right to left: clearing the lowest bit of a word is what processors are good at.
-void DrawGlyph(const CharGlyph &glyph, int nColumns, int nRows, uint32_t dwColor, uint32_t *lpPixels) {
-    const uint8_t *lpBits = glyph._lpBits;
+// Jumps from ink to ink, from right to left: clearing the lowest bit of a word is what processors are good at. The lowest
+// bit of qwBits is the pixel at lpLast.
+void DrawBits(uint64_t qwBits, uint32_t dwColor, uint32_t *lpLast) {
+    for (; qwBits; qwBits &= qwBits - 1)
+        lpLast[-std::countr_zero(qwBits)] = dwColor;
+}
+
+// A glyph with rows too long for one word.
+void DrawWideGlyph(const CharGlyph &glyph, int nColumns, int nRows, uint32_t dwColor, uint32_t *lpPixels) {
     const auto nWidth = static_cast<uint32_t>(glyph.Width());
     uint32_t nRowBit = 0;
     for (int nRow = 0; nRow < nRows; ++nRow, nRowBit += nWidth, lpPixels += g_nBufferWidth) {
         for (int nColumn = 0; nColumn < nColumns; nColumn += kSureBits) {
             const int nCount = std::min(kSureBits, nColumns - nColumn);
-            uint64_t qwBits = TakeBits(lpBits, nRowBit + static_cast<uint32_t>(nColumn));
-            uint32_t *lpLast = lpPixels + nColumn + nCount - 1;
-            for (qwBits >>= 64 - nCount; qwBits; qwBits &= qwBits - 1)
-                lpLast[-std::countr_zero(qwBits)] = dwColor;
+            const uint64_t qwBits = TakeBits(glyph._lpBits, nRowBit + static_cast<uint32_t>(nColumn));
+            DrawBits(qwBits >> (64 - nCount), dwColor, lpPixels + nColumn + nCount - 1);
         }
+    }
+}
+
+// As many rows as a word has room for are taken from memory at a time.
+void DrawGlyph(const CharGlyph &glyph, int nColumns, int nRows, uint32_t dwColor, uint32_t *lpPixels) {
+    const int nWidth = glyph.Width();
+    if (nWidth > kSureBits) {
+        DrawWideGlyph(glyph, nColumns, nRows, dwColor, lpPixels);
+        return;
+    }
+    uint64_t qwBits = 0;
+    uint32_t nRowBit = 0;
+    int nSure = 0;
+    uint32_t *lpLast = lpPixels + nColumns - 1;
+    for (int nRow = 0; nRow < nRows; ++nRow, lpLast += g_nBufferWidth) {
+        if (nSure < nWidth) {
+            qwBits = TakeBits(glyph._lpBits, nRowBit);
+            nSure = kSureBits;
+        }
+        DrawBits(qwBits >> (64 - nColumns), dwColor, lpLast);
+        qwBits <<= nWidth;
+        nSure -= nWidth;
+        nRowBit += static_cast<uint32_t>(nWidth);
     }
 }
 
