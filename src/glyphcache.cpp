@@ -36,6 +36,7 @@ bool GlyphCells::Open(const char *lpszFace, int nHeight, uint16_t wStyle) {
     _lpRasterizer = platform::GetRasterizer();
     if (!_lpRasterizer->Open(lpszFace, nHeight, wStyle, &_font))
         return false;
+    bHasBoxes = _font.bBoxes;
     bMaxCharWidth = ToByte(_font.nMaxCharWidth);
     bAveCharWidth = ToByte(_font.nAveCharWidth);
     bHeight = ToByte(_font.nHeight - _font.nExternalLeading);
@@ -49,6 +50,8 @@ int GlyphCells::Draw(uint8_t c) {
     platform::CharCell cell;
     if (glyph._lpBits || !_lpRasterizer->Draw(_font, c, &cell))
         return glyph.Width();
+    if (cell.bBox)
+        bHasBoxes = true;
     const uint8_t bGlyphWidth = ToByte(cell.nA + cell.nB + std::max(cell.nC, 0));
     const uint8_t bGlyphHeight = ToByte(_font.nHeight);
     const platform::MutexLock lock(_hMutex);
@@ -83,6 +86,7 @@ std::shared_ptr<GlyphCells> GlyphCache::Get(const char *lpszFace, int nHeight, u
 
 std::shared_ptr<GlyphCells> GlyphCache::Find(const std::string &strFace, int nHeight, uint16_t wStyle) {
     const platform::MutexLock lock(_hMutex);
+    std::erase_if(_entries, [](const Entry &entry) { return entry.lpCells->bHasBoxes.load(); });
     const auto it = std::find_if(_entries.begin(), _entries.end(), [&](const Entry &entry) {
         return entry.nHeight == nHeight && entry.wStyle == wStyle && entry.strFace == strFace;
     });

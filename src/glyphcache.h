@@ -40,6 +40,9 @@ struct GlyphCells {
     std::atomic<int8_t> acSpacing[platform::kCharCount] = {};
     CharGlyph aGlyphs[platform::kCharCount];
 
+    // Some of it is boxes instead of glyphs: of use to those who have it, and no longer in the cache.
+    std::atomic<bool> bHasBoxes = false;
+
     // The metrics, with no glyph yet. False if memory runs out.
     bool Open(const char *lpszFace, int nHeight, uint16_t wStyle);
     // Draws a character, unless that was done before, and returns its width. If memory runs out it stays without one, and

@@ -1,5 +1,7 @@
 #include "fontmanager.h"
 
+#include <sys/resource.h>
+
 #include <thread>
 
 #include "dllmain.h"
@@ -139,4 +141,21 @@ TEST_F(FontManagerTest, WhereNoSetIsToBeHadTheDefaultServesOrNothingStarts) {
     // The width of whole glyphs, whatever reaches over.
     EXPECT_EQ(MeasureText("a|/\xFF", g_lpMainFrame->_lpFontNormal), 10 + 0 + 10 + 10);
     EXPECT_EQ(MeasureText(nullptr, g_lpMainFrame->_lpFontNormal), 0);
+}
+
+TEST_F(FontManagerTest, BoxesOfABadMomentAreNotKept) {
+    platform::ReplaceRasterizer(nullptr);
+    // fontconfig reads its files now; the face asked for next is in another one.
+    EXPECT_GT(MeasureText("i", _manager.FindFont("Courier New", 3, 0, 0)), 0);
+    const auto WidthOf = [](const char *lpszText) {
+        FontManager manager(nullptr);
+        return MeasureText(lpszText, manager.FindFont("Times New Roman", 3, 0, 0));
+    };
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(WidthOf("i"), WidthOf("W"));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_LT(WidthOf("i"), WidthOf("W"));
 }

@@ -27,6 +27,8 @@ struct RasterFont {
     int nMaxCharWidth;
     // What the rasteriser itself knows of it.
     std::shared_ptr<const FontSource> lpSource;
+    // Hollow boxes, since no font was to be had. That may change: files and memory can be short for a moment.
+    bool bBoxes = false;
 };
 
 struct CharCell {
@@ -38,6 +40,8 @@ struct CharCell {
     // highest bit. Style and underline are in it. Ink left of the origin is lost. There are as many rows as the font has;
     // what is behind them is not set.
     uint8_t aInk[kMaxCell * kCellPitch];
+    // A hollow box, since the font's file could not be read this time.
+    bool bBox = false;
 };
 
 // Both calls return false only if memory runs out, and are safe from several threads.

@@ -98,11 +98,13 @@ void MeasureBoxes(RasterFont *lpFont, FontSource *lpSource) {
     lpFont->nOverhang = 0;
     lpFont->nAveCharWidth = nAdvance;
     lpFont->nMaxCharWidth = nAdvance;
+    lpFont->bBoxes = true;
     lpSource->file = {};
     lpSource->line = {nEm, 1};
 }
 
 void DrawBox(int nEm, int nRows, CharCell *lpCell) {
+    lpCell->bBox = true;
     lpCell->nA = lpCell->nC = 1;
     lpCell->nB = BoxAdvance(nEm) - 2;
     const int nLeft = 1, nRight = lpCell->nB, nBottom = std::min(nEm, nRows) - 1;
