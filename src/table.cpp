@@ -23,7 +23,8 @@ int ParseLength(const char *lpszValue, int nWhole, int nBefore) {
     if (nValue <= 0)
         return nBefore;
     const double dLength = strchr(lpszValue, '%') ? nWhole * (nValue / 100.0) : nValue;
-    return static_cast<int>(std::min<double>(dLength, kMaxAttributeLength));
+    // The page may have a negative width.
+    return static_cast<int>(std::clamp<double>(dLength, 0, kMaxAttributeLength));
 }
 
 // A cell that nobody has closed ends when the next one, or the next row, begins.
