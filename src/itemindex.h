@@ -1,7 +1,8 @@
 // ItemIndex: where the children of a Page are, in groups of neighbours, so that painting a corner of a long Page, or
 // finding what is under the pointer, asks a few children instead of all.
 //
-// It is built at the end of a layout and holds until the next. A Page without one, new or short of memory, asks all.
+// The groups grow with the list of children; where they are, each layout tells anew, and that holds until the next child
+// or the next layout. A Page without all that, or short of memory, asks all.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +12,18 @@
 
 class ItemIndex {
   public:
-    // lpChildren = the head of a list of so many.
-    void Build(List<Element> *lpChildren, uint32_t nChildren);
-    void Drop() { _nGroups = 0; }
-    bool IsBuilt() const { return _nGroups != 0; }
+    // The node of a new child, which is the head of the list.
+    void Add(List<Element> *lpNode);
+    // A layout begins: nothing has a place.
+    void Begin();
+    // lpChild has its place, for this layout.
+    void Place(Element *lpChild) {
+        if (lpChild->_nGroup < _nGroups)
+            lpChild->AddExtent(&_lpGroups[lpChild->_nGroup].extent);
+    }
+    // Every child that can be seen or hit has its place.
+    void End() { _bBuilt = _nGroups != 0; }
+    bool IsBuilt() const { return _bBuilt; }
 
     // Its group will be visited by the next VisitDirty. A child that is in no group is none of this Page's.
     void MarkDirty(const Element *lpChild) {
@@ -27,11 +36,11 @@ class ItemIndex {
     template <class Visit>
     void VisitDirty(const Rect &rc, Visit visit) {
         const Extent area{rc.x, rc.y, rc.x + rc.w, rc.y + rc.h};
-        for (uint32_t i = 0; i < _nGroups; ++i) {
+        for (uint32_t i = _nGroups; i-- > 0;) {
             Group &group = _lpGroups[i];
             if (group.bDirty || group.extent.Meets(area)) {
                 group.bDirty = false;
-                VisitGroup(group, visit);
+                VisitGroup(i, visit);
             }
         }
     }
@@ -39,9 +48,9 @@ class ItemIndex {
     // The same for the groups that reach over a point.
     template <class Visit>
     void VisitAt(int x, int y, Visit visit) const {
-        for (uint32_t i = 0; i < _nGroups; ++i) {
+        for (uint32_t i = _nGroups; i-- > 0;) {
             if (_lpGroups[i].extent.Meets({x, y, x, y}))
-                VisitGroup(_lpGroups[i], visit);
+                VisitGroup(i, visit);
         }
     }
 
@@ -54,14 +63,21 @@ class ItemIndex {
         bool bDirty = false;
     };
 
+    bool AddGroup();
+
     template <class Visit>
-    static void VisitGroup(const Group &group, Visit visit) {
-        List<Element> *lpNode = group.lpNewest;
-        for (uint32_t i = 0; lpNode && i < kGroupSize; ++i, lpNode = lpNode->lpNext)
+    void VisitGroup(uint32_t nGroup, Visit visit) const {
+        List<Element> *lpNode = _lpGroups[nGroup].lpNewest;
+        for (uint32_t n = nGroup + 1 < _nGroups ? kGroupSize : _nInNewest; n > 0;
+             --n, lpNode = lpNode->lpNext)
             visit(lpNode);
     }
 
+    // The oldest first; all are full but the last, which has so many children.
     std::unique_ptr<Group[]> _lpGroups;
     uint32_t _nGroups = 0;
     uint32_t _nRoom = 0;
+    uint32_t _nInNewest = 0;
+    bool _bBuilt = false;
+    bool _bGivenUp = false;
 };

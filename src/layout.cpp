@@ -168,6 +168,7 @@ void Page::PlaceItems() {
     _nCredit = 0;
     // From here on the pieces of the last pass are gone; each Text forgets its own when it is placed.
     _pieceArena.Clear();
+    _index.Begin();
     Pass pass;
     for (List<Line> *lpNode = _lpFirstLine; lpNode; lpNode = lpNode->lpPrev) {
         const Line *lpSource = lpNode->lpData;
@@ -185,8 +186,10 @@ void Page::PlaceItems() {
         AlignLines();
         _lpFlowLines = nullptr;
         _flowArena.Clear();
+        for (const List<PageItem> *lpItem = lpSource->_lpFirstItem; lpItem; lpItem = lpItem->lpPrev)
+            _index.Place(lpItem->lpData);
     }
-    _index.Build(_lpChildren, _nChildren);
+    _index.End();
 }
 
 // A table is moved as a block: by the same amount on each of its Lines, whatever stands in them.

@@ -36,8 +36,7 @@ Page::~Page() {
 }
 
 void Page::AddChild(Element *lpChild) {
-    List_Prepend(_lpChildren, lpChild, _arena);
-    _index.Drop();
+    _index.Add(List_Prepend(_lpChildren, lpChild, _arena));
     ++_nChildren;
 }
 
