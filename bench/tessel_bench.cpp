@@ -14,8 +14,6 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -28,6 +26,7 @@
 #include "image.h"
 #include "imagedecoder.h"
 #include "mainframe.h"
+#include "platform/file.h"
 
 namespace {
 
@@ -63,13 +62,20 @@ void Print(const char *table, const char *subject, const std::string &name, cons
     printf("%s\t%s\t%s\t%s\t%.6g\n", table, subject, name.c_str(), metric, value);
 }
 
-std::string ReadFile(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        fprintf(stderr, "tessel_bench: there is no %s\n", path.c_str());
+// As the library does it.
+void ReadFile(const char *name, uint8_t **lplpData, uint32_t *lpdwLength) {
+    if (!platform::ReadWholeFile(name, lplpData, lpdwLength)) {
+        fprintf(stderr, "tessel_bench: there is no %s\n", name);
         exit(1);
     }
-    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string ReadText(const fs::path &path) {
+    uint8_t *lpData;
+    uint32_t dwLength;
+    ReadFile(path.c_str(), &lpData, &dwLength);
+    const std::unique_ptr<uint8_t[]> owner(lpData);
+    return {lpData, lpData + dwLength};
 }
 
 // --- Pages
@@ -102,11 +108,8 @@ class Pictures {
         const auto [it, bNew] = _kept.try_emplace(Key(*lpImage));
         Pixels &pixels = it->second;
         if (bNew) {
-            std::string data = ReadFile(lpImage->_lpszURL);
-            lpImage->_dwLength = static_cast<uint32_t>(data.size());
-            lpImage->_lpData = reinterpret_cast<uint8_t *>(data.data());
+            ReadFile(lpImage->_lpszURL, &lpImage->_lpData, &lpImage->_dwLength);
             lpImage->OnData();
-            lpImage->_lpData = nullptr;
             pixels = {std::unique_ptr<uint32_t[]>(lpImage->_lpPixels), lpImage->_rc.w, lpImage->_rc.h};
         }
         lpImage->_lpPixels = pixels.lpPixels.get();
@@ -152,7 +155,7 @@ void TimePage(const std::string &strHTML, BenchEngine *lpEngine, Pictures *lpPic
 }
 
 void BenchPage(const fs::path &path, bool bCold) {
-    const std::string strHTML = ReadFile(path), strName = path.stem().string();
+    const std::string strHTML = ReadText(path), strName = path.stem().string();
     const char *subject = bCold ? "tessel+imagedecode" : "tessel";
     if (path.has_parent_path())
         fs::current_path(path.parent_path());
@@ -179,27 +182,35 @@ void BenchPage(const fs::path &path, bool bCold) {
 }
 
 void WritePicture(const char *name, const fs::path &path) {
-    const std::string strHTML = ReadFile(path);
-    std::ofstream out(name, std::ios::binary);
+    const std::string strHTML = ReadText(path);
+    const std::unique_ptr<FILE, int (*)(FILE *)> lpFile(fopen(name, "wb"), fclose);
+    if (!lpFile) {
+        perror(name);
+        exit(1);
+    }
     if (path.has_parent_path())
         fs::current_path(path.parent_path());
     BenchEngine engine;
     Pictures pictures(false);
     PageTimes times;
     TimePage(strHTML, &engine, &pictures, &times);
-    out << "P6 800 600 255\n";
-    std::string row;
-    for (int i = 0; i < 800 * 600; ++i) {
-        const uint32_t pixel = engine.Buffer()[i];
-        row += {static_cast<char>(pixel >> 16), static_cast<char>(pixel >> 8), static_cast<char>(pixel)};
+    fputs("P6 800 600 255\n", lpFile.get());
+    const uint32_t *lpPixel = engine.Buffer();
+    for (int y = 0; y < 600; ++y) {
+        uint8_t aRow[800 * 3];
+        for (size_t i = 0; i < sizeof aRow; i += 3, ++lpPixel) {
+            aRow[i] = static_cast<uint8_t>(*lpPixel >> 16);
+            aRow[i + 1] = static_cast<uint8_t>(*lpPixel >> 8);
+            aRow[i + 2] = static_cast<uint8_t>(*lpPixel);
+        }
+        fwrite(aRow, 1, sizeof aRow, lpFile.get());
     }
-    out << row;
 }
 
 // --- Pictures
 
 void BenchDecode(const fs::path &path) {
-    std::string strData = ReadFile(path), strURL = path.string();
+    std::string strData = ReadText(path), strURL = path.string();
     const ImageDecoder lpfnDecode = FindDecoder(strURL.data());
     const bool bJPEG = lpfnDecode == DecodeJPEG;
     const std::string strCase = bJPEG ? path.stem().string() : path.filename().string();
