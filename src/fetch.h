@@ -2,7 +2,7 @@
 //
 // A worker waits for its turn, fetches while it has it, gives it back, and delivers what came, or that
 // nothing came, to the Resource's Frame. Only one worker fetches at any moment; parsing and decoding overlap
-// with the next fetch.
+// with the next fetch where that has a thread of its own (workers.h).
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,6 @@ class CAPABILITY("turn") FetchTurn {
     // false when the time is over or somebody has set the waiter's event.
     bool WaitFor(Waiter *lpWaiter, uint32_t nWait) TRY_ACQUIRE(true) { return Take(lpWaiter, nWait); }
     void Release() RELEASE() { HandOn(); }
-    // How many wait.
     int CountWaiting();
 
   private:

@@ -12,12 +12,13 @@ namespace {
 // cells. Behind this many, text takes the default.
 constexpr int kMaxPageSets = 128;
 
-// A set of MainFrame that fits, or null. The sets of other Pages are none of our business.
+// A set of MainFrame that fits, or null. The sets of other Pages are none of our business; nor is one with boxes, since
+// the font may be there by now.
 CharInfo *FindSharedCharInfo(const char *lpszFace, int nHeight, uint16_t wStyle) {
     for (List<CharInfo> *lpNode = g_lpMainFrame->_lpCharInfos; lpNode; lpNode = lpNode->lpNext) {
         CharInfo *lpCharInfo = lpNode->lpData;
         if (lpCharInfo->_bPixelHeight == nHeight && lpCharInfo->_wStyle == wStyle &&
-            EqualsNoCase(lpCharInfo->_lpszFace, lpszFace))
+            EqualsNoCase(lpCharInfo->_lpszFace, lpszFace) && !lpCharInfo->_lpCells->bHasBoxes)
             return lpCharInfo;
     }
     return nullptr;

@@ -7,8 +7,8 @@
 //   host    makes all export calls: events, Render, OpenURL come from here.
 //   timer   one thread, from tessel_Init to tessel_ShutDown. It runs OnTimer of the MainFrame under the export
 //           lock, so that it never runs beside an export.
-//   worker  one for each Resource that is being fetched, a few at a time (fetch.h). It parses, decodes and lays out, inside
-//           OnResourceDone.
+//   worker  one for each document that is being fetched, few for all the pictures (workers.h). It parses, decodes and lays
+//           out, inside OnResourceDone.
 //
 // Locks, outermost first. A thread that holds one takes only locks further down.
 //

@@ -61,12 +61,13 @@ void DrawBits(uint64_t qwBits, uint32_t dwColor, uint32_t *lpLast) {
 
 // A glyph with rows too long for one word.
 void DrawWideGlyph(const CharGlyph &glyph, int nColumns, int nRows, uint32_t dwColor, uint32_t *lpPixels) {
+    const uint8_t *lpBits = glyph._lpBits;
     const auto nWidth = static_cast<uint32_t>(glyph.Width());
     uint32_t nRowBit = 0;
     for (int nRow = 0; nRow < nRows; ++nRow, nRowBit += nWidth, lpPixels += g_nBufferWidth) {
         for (int nColumn = 0; nColumn < nColumns; nColumn += kSureBits) {
             const int nCount = std::min(kSureBits, nColumns - nColumn);
-            const uint64_t qwBits = TakeBits(glyph._lpBits, nRowBit + static_cast<uint32_t>(nColumn));
+            const uint64_t qwBits = TakeBits(lpBits, nRowBit + static_cast<uint32_t>(nColumn));
             DrawBits(qwBits >> (64 - nCount), dwColor, lpPixels + nColumn + nCount - 1);
         }
     }
@@ -79,13 +80,14 @@ void DrawGlyph(const CharGlyph &glyph, int nColumns, int nRows, uint32_t dwColor
         DrawWideGlyph(glyph, nColumns, nRows, dwColor, lpPixels);
         return;
     }
+    const uint8_t *lpBits = glyph._lpBits;
     uint64_t qwBits = 0;
     uint32_t nRowBit = 0;
     int nSure = 0;
     uint32_t *lpLast = lpPixels + nColumns - 1;
     for (int nRow = 0; nRow < nRows; ++nRow, lpLast += g_nBufferWidth) {
         if (nSure < nWidth) {
-            qwBits = TakeBits(glyph._lpBits, nRowBit);
+            qwBits = TakeBits(lpBits, nRowBit);
             nSure = kSureBits;
         }
         DrawBits(qwBits >> (64 - nColumns), dwColor, lpLast);

@@ -77,6 +77,8 @@ std::shared_ptr<GlyphCells> GlyphCache::Get(const char *lpszFace, int nHeight, u
     auto lpCells = std::make_shared<GlyphCells>();
     if (!lpCells->Open(lpszFace, nHeight, wStyle))
         return nullptr;
+    if (lpCells->bHasBoxes)
+        return lpCells;
     const platform::MutexLock lock(_hMutex);
     if (_entries.size() >= kMaxEntries)
         _entries.erase(_entries.begin());

@@ -40,7 +40,7 @@ struct GlyphCells {
     std::atomic<int8_t> acSpacing[platform::kCharCount] = {};
     CharGlyph aGlyphs[platform::kCharCount];
 
-    // Some of it is boxes instead of glyphs: of use to those who have it, and no longer in the cache.
+    // Some of it is boxes instead of glyphs. The cache gives it to nobody else.
     std::atomic<bool> bHasBoxes = false;
 
     // The metrics, with no glyph yet. False if memory runs out.

@@ -102,17 +102,22 @@ bool TryEnter() TRY_ACQUIRE(true, g_mutex) {
     return true;
 }
 
-void OnTick(uint32_t) {
-    // A name service may take its time; the host is not to wait for that.
-    if (State().bRunning)
-        g_lpMainFrame->PrepareRefresh(platform::Ticks(), IsStopped);
+// Does a tick's work unless the host is busy.
+template <class Work>
+void BetweenCalls(Work work) {
     if (!TryEnter())
         return;
     const platform::MutexLock lock(g_mutex, std::adopt_lock);
-    if (!State().bRunning)
-        return;
-    Workers().RunStranded();
-    g_lpMainFrame->OnTimer(platform::Ticks());
+    if (State().bRunning)
+        work();
+}
+
+// A name service may take its time: neither the host nor those who wait for a thread are to wait for that.
+void OnTick(uint32_t) {
+    BetweenCalls([] { Workers().RunStranded(); });
+    if (State().bRunning)
+        g_lpMainFrame->PrepareRefresh(platform::Ticks(), IsStopped);
+    BetweenCalls([] { g_lpMainFrame->OnTimer(platform::Ticks()); });
 }
 
 // Nobody fetches yet, but the turn is what guards the cache.

@@ -1,6 +1,7 @@
 #include "workers.h"
 
 #include <new>
+#include <utility>
 
 #include "frame.h"
 #include "frameset.h"
@@ -17,8 +18,9 @@ constexpr uint32_t kCloseLook = 100;
 constexpr int kMaxThreads = 16;
 
 // How many threads must run before lpResource waits for one of them. A picture from the disk or from the cache takes less
-// time than passing the turn to fetch on to another thread, so that one thread does best with hundreds of those. Where a
-// server must be waited for, Relieve has the next one take its place behind it.
+// time than passing the turn to fetch on to another thread, so that one thread does best with hundreds of those. One from
+// a host is fetched while its page is still being delivered, on the page's thread; where the server must be waited for,
+// Relieve has the next one take its place behind it.
 int EnoughThreadsFor(const Resource *lpResource) {
     if (lpResource->IsDocument())
         return kMaxThreads;
@@ -131,8 +133,9 @@ void WorkerRegistry::Relieve() {
     if (g_lpMainFrame->_hFetchMutex.CountWaiting())
         return;
     const Lock lock(_mutex);
-    if (!_lpLongest)
+    if (_nRunning >= kMaxThreads || !_lpLongest)
         return;
+    // Without a further thread the others go first, once.
     Worker *lpWorker = TakeWaiting();
     if (!Launch(lpWorker))
         Await(lpWorker);
@@ -215,12 +218,10 @@ void WorkerRegistry::EndCancelled() {
     }
 }
 
-// Whether no worker has ended a Resource since the last look.
+// Whether the first of those that wait for a thread has been that at the last look already.
 bool WorkerRegistry::IsStuck() {
     const Lock lock(_mutex);
-    const bool bStuck = _nLeft == _nLeftSeen;
-    _nLeftSeen = _nLeft;
-    return bStuck;
+    return _lpLongest && std::exchange(_lpLongest->bSeen, true);
 }
 
 void WorkerRegistry::RunStranded() {
@@ -289,7 +290,6 @@ void WorkerRegistry::Leave(Worker *lpWorker) {
     int nDoomed = 0;
     {
         const Lock lock(_mutex);
-        ++_nLeft;
         CountEnd(lpResource);
         Count(lpResource, -1);
         lpWorker->lpResource = nullptr;

@@ -60,7 +60,7 @@ class WorkerRegistry {
     void GetCounts(platform_FetchCounts *lpCounts);
     // Whether the calling thread is one of the library's own.
     static bool OnOwnThread();
-    // For tests: entries, and retired objects that still exist.
+    // For tests: threads that serve somebody, and retired objects that still exist.
     int CountWorkers();
     int CountRetired();
 
@@ -85,9 +85,6 @@ class WorkerRegistry {
     Worker *_lpLongest GUARDED_BY(_mutex) = nullptr;  // that end
     Worker *_lpEnded GUARDED_BY(_mutex) = nullptr;    // to be joined
     int _nRunning GUARDED_BY(_mutex) = 0;
-    // Resources that workers have left, and how many of them the timer has seen.
-    uint32_t _nLeft GUARDED_BY(_mutex) = 0;
-    uint32_t _nLeftSeen GUARDED_BY(_mutex) = 0;
     int _nRetired GUARDED_BY(_mutex) = 0;
     bool _bClosing GUARDED_BY(_mutex) = true;
     platform_FetchCounts _counts GUARDED_BY(_mutex) = {};
@@ -101,6 +98,8 @@ struct Worker {
     Resource *lpResource = nullptr;  // null once the worker has left it
     FetchTurn::Waiter waiter;
     platform::Thread thread;
+    // The timer has seen it wait for a thread, as the first of all.
+    bool bSeen GUARDED_BY(WorkerRegistry::_mutex) = false;
     // In the running members of the fetch counts.
     bool bCounted GUARDED_BY(WorkerRegistry::_mutex) = false;
     Worker *lpNext = nullptr;

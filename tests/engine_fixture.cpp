@@ -35,6 +35,7 @@ bool FixedRasterizer::Open(const char *, int nHeight, uint16_t, platform::Raster
 
 bool FixedRasterizer::Draw(const platform::RasterFont &, int c, platform::CharCell *lpCell) {
     ++nDrawn;
+    lpCell->bBox = bBoxes;
     lpCell->nA = lpCell->nC = c != '|';
     lpCell->nB = c == '|' ? 0 : kWidth - 2;
     if (c == '/')

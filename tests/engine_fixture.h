@@ -58,6 +58,7 @@ class FixedRasterizer : public platform::Rasterizer {
     std::atomic<int> nOpened{0};
     std::atomic<int> nDrawn{0};
     bool bFails = false;
+    bool bBoxes = false;
     bool Open(const char *, int nHeight, uint16_t, platform::RasterFont *lpFont) override;
     bool Draw(const platform::RasterFont &, int c, platform::CharCell *lpCell) override;
 };

@@ -42,12 +42,13 @@ class FetchTest : public EngineTest {
         g_lpMainFrame->Fetch(_images.back().get());
         return *_images.back();
     }
-    // Waits until no worker has anything to do with them any more; what came, "none" or "cancelled" for each.
+    // Waits until no worker has anything to do with them any more, and all have gone home; what came, "none" or "cancelled" for each.
     std::string Ends() {
         EXPECT_TRUE(WaitUntil([this] {
             const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
             return _page->Get()->_nWorkers == 0;
         }));
+        EXPECT_TRUE(WaitForWorkers());
         std::string strEnds;
         for (const auto &lpImage : std::exchange(_images, {})) {
             const std::string strData(lpImage->_lpData, lpImage->_lpData + lpImage->_dwLength);
@@ -166,7 +167,9 @@ TEST_F(FetchTest, PicturesShareAThreadUntilItIsStuck) {
     bHeld = true;
     tessel_SetCallback(4, [](int) { EXPECT_TRUE(g_nCallbacks++ || WaitUntil([] { return !bHeld; })); });
     HoldTurn();
-    for (int i = 0; i < 4; ++i)
+    Start("file");
+    ASSERT_TRUE(WaitForQueue(1));
+    for (int i = 0; i < 3; ++i)
         Start("file");
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_EQ(Workers().CountWorkers(), 1) << "more would wait for the turn as well";
@@ -190,10 +193,18 @@ TEST_F(FetchTest, CancellationAndShutDownDoNotWaitForTheQueue) {
             EXPECT_EQ(Ends(), "cancelled ");
         }));
     }
-    std::string strEnds;
+    // Nor for a thread, which one of these two has to do without.
+    Start("file");
+    ASSERT_TRUE(WaitForQueue(1));
+    Image &image = Start("file");
+    image.Cancel();
+    EXPECT_TRUE(WaitUntil([&] {
+        const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);
+        return !image._lpWorker;
+    }));
+    std::string strEnds = "cancelled cancelled ";
     for (int i = 0; i < 60; ++i, strEnds += "cancelled ")
         Start("file");
-    // Nor for a thread.
     EXPECT_TRUE(IsSwift([] {
         tessel_OpenURL("a.htm");
         tessel_OnCancel();

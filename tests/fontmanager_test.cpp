@@ -22,7 +22,7 @@ bool InkAt(int c, int x, int y) {
     return (static_cast<uint32_t>(c * 31 + x * 7 + y * 13) * 2654435761u >> 24) & 1;
 }
 
-// Cells of 20 rows filled with that ink, of which the characters take 0 to 40 columns, and one all that there are.
+// Cells of 20 rows filled with that ink, of which the characters take 0 to 70 columns, and one all that there are.
 class OddRasterizer : public platform::Rasterizer {
   public:
     bool Open(const char *, int, uint16_t, platform::RasterFont *lpFont) override {
@@ -30,7 +30,7 @@ class OddRasterizer : public platform::Rasterizer {
         return true;
     }
     bool Draw(const platform::RasterFont &, int c, platform::CharCell *lpCell) override {
-        *lpCell = {c % 41, 0, 0, {}};
+        *lpCell = {c % 71, 0, 0, {}};
         for (const auto &spacing : kSpacings) {
             if (c == spacing.c)
                 *lpCell = {spacing.nA, spacing.nB, spacing.nC, {}};
@@ -143,7 +143,21 @@ TEST_F(FontManagerTest, WhereNoSetIsToBeHadTheDefaultServesOrNothingStarts) {
     EXPECT_EQ(MeasureText(nullptr, g_lpMainFrame->_lpFontNormal), 0);
 }
 
+// A font's file may be out of reach for a moment, when the font is opened or when a character is drawn.
 TEST_F(FontManagerTest, BoxesOfABadMomentAreNotKept) {
+    const auto OpensFor = [this](const char *lpszFace, bool bBoxes) {
+        const int nBefore = _rasterizer.nOpened;
+        _rasterizer.bBoxes = bBoxes;
+        FontManager manager(nullptr);
+        MeasureText("x", manager.FindFont(lpszFace, 2, 0, 0));
+        return _rasterizer.nOpened - nBefore;
+    };
+    for (const char *lpszFace : {"x", "ARIAL"}) {
+        OpensFor(lpszFace, true);
+        EXPECT_EQ(OpensFor(lpszFace, false), 1) << lpszFace;
+        EXPECT_EQ(OpensFor(lpszFace, false), 0) << lpszFace;
+    }
+
     platform::ReplaceRasterizer(nullptr);
     // fontconfig reads its files now; the face asked for next is in another one.
     EXPECT_GT(MeasureText("i", _manager.FindFont("Courier New", 3, 0, 0)), 0);

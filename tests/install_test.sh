@@ -34,6 +34,9 @@ expect "number of exports" "$(wc -l <<<"$listed")" 25
 expect "what the library shows" "$(nm -D --defined-only "$build/libtessel.so" | awk '{print $NF}' | sort)" "$listed"
 declared=$(grep -oh '^TESSEL_API .*(' "$source"/include/*.h | tr -d '(*' | awk '{print $NF}' | sort)
 expect "what the headers declare" "$declared" "$listed"
+if grep -q 'TESSEL_HAS_STATIC_RUNTIME:.*=1' "$build/CMakeCache.txt"; then
+    expect "C++ runtimes asked for" "$(readelf -d "$build/libtessel.so" | grep -cE 'NEEDED.*(stdc\+\+|gcc_s)' || true)" 0
+fi
 readelf -d "$build/libtessel.so" | grep -q 'SONAME.*\[libtessel.so.1\]' || fail "another SONAME"
 
 # Installed for real, and moved: everything finds the rest from where it lies.

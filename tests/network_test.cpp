@@ -9,6 +9,7 @@
 
 #include "cases.h"
 #include "engine_fixture.h"
+#include "image.h"
 #include "loopback_server.h"
 #include "tessel.h"
 #include "tessel_host.h"
@@ -124,15 +125,36 @@ TEST_F(NetworkTest, SilentServerHoldsNobodyUp) {
     }
 }
 
-TEST_F(NetworkTest, NextPictureStandsReadyBehindASlowServer) {
+TEST_F(NetworkTest, PicturesOfASlowServerTakeFewThreads) {
     server.Prescribe({"", kHold});
     std::string strHTML;
-    for (const char *lpszName : {"a.bmp", "b.bmp", "c.bmp", "d.bmp"})
-        strHTML += "<IMG SRC=" + Url(lpszName) + ">";
+    for (int i = 0; i < 30; ++i)
+        strHTML += "<IMG SRC=" + Url(std::to_string(i) + ".bmp") + ">";
     tessel_OpenURL(WriteFile("page.htm", strHTML).c_str());
     EXPECT_TRUE(
         WaitUntil([&] { return server.nAccepted == 1 && g_lpMainFrame->_hFetchMutex.CountWaiting() > 0; }));
-    EXPECT_LT(Workers().CountWorkers(), 4);
+    EXPECT_LT(Workers().CountWorkers(), 8);
+}
+
+// Whoever is about to wait for a server has the next one take its place: during an export the timer cannot do it.
+TEST_F(NetworkTest, NextPictureStandsReadyBehindASlowServer) {
+    Load(WriteFile("link.htm", "<A HREF=x>link</A>"));
+    server.Prescribe({"", kHold});
+    static const auto IsNextReady = [] { return g_lpMainFrame->_hFetchMutex.CountWaiting() == 1; };
+    FetchTurn::Waiter waiter;
+    ASSERT_TRUE(g_lpMainFrame->_hFetchMutex.WaitFor(&waiter, 20000));
+    ParsedPage page("", 10);
+    Image slow(page.Get(), Url("a.bmp").c_str(), 1, 1), next(page.Get(), "file://link.htm", 1, 1);
+    g_lpMainFrame->Fetch(&slow);
+    EXPECT_TRUE(WaitUntil(IsNextReady));
+    g_lpMainFrame->Fetch(&next);
+    tessel_SetCallback(4, [](int) {
+        g_lpMainFrame->_hFetchMutex.Release();
+        EXPECT_TRUE(WaitUntil(IsNextReady));
+    });
+    tessel_OnKeyDown(9);
+    tessel_SetCallback(4, nullptr);
+    StopEngine();
 }
 
 // The library before an ordinary server, which keeps connections open and sends in chunks whenever it is let.

@@ -1,7 +1,9 @@
 // The module entry of a system whose loader knows constructors and destructors instead of one function.
 #include "dllmain.h"
 
-#ifdef TESSEL_STATIC_RUNTIME
+#include "mainframe.h"
+
+#ifdef TESSEL_RUNTIME_INSIDE
 #include <cstdlib>
 
 namespace __gnu_cxx {
@@ -31,8 +33,9 @@ __attribute__((constructor)) void OnLoad() {
 // Runs on dlclose and when the process exits.
 __attribute__((destructor)) void OnUnload() {
     DllMain(const_cast<char *>(&g_cModule), PROCESS_DETACH);
-#ifdef TESSEL_STATIC_RUNTIME
-    __gnu_cxx::__freeres();
+#ifdef TESSEL_RUNTIME_INSIDE
+    if (!g_lpMainFrame)
+        __gnu_cxx::__freeres();
 #endif
 }
 
