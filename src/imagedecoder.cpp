@@ -7,6 +7,7 @@
 #include "image.h"
 #include "jpeglib/jpeglib.h"
 #include "platform/hostservices.h"
+#include "platform/memory.h"
 #include "types.h"
 
 namespace {
@@ -50,7 +51,10 @@ PixelArray::PixelArray(int64_t nWidth, int64_t nHeight) {
         return;
     // Not zeroed: whoever asks for pixels writes every one, or gives up. So a size that a file only claims costs next to
     // nothing.
-    _lpPixels.reset(new (std::nothrow) uint32_t[static_cast<size_t>(nWidth * nHeight)]);
+    const auto nPixels = static_cast<size_t>(nWidth * nHeight);
+    _lpPixels.reset(new (std::nothrow) uint32_t[nPixels]);
+    if (_lpPixels)
+        platform::ExpectWrites(_lpPixels.get(), nPixels * sizeof(uint32_t));
     _nWidth = static_cast<int>(nWidth);
     _nHeight = static_cast<int>(nHeight);
 }
