@@ -42,7 +42,8 @@ class FetchTest : public EngineTest {
         g_lpMainFrame->Fetch(_images.back().get());
         return *_images.back();
     }
-    // Waits until no worker has anything to do with them any more, and all have gone home; what came, "none" or "cancelled" for each.
+    // Waits until no worker has anything to do with them any more, and all have gone home; what came, "none" or
+    // "cancelled" for each.
     std::string Ends() {
         EXPECT_TRUE(WaitUntil([this] {
             const WorkerRegistry::Lock lock(WorkerRegistry::_mutex);

@@ -1,4 +1,4 @@
-// Memory beyond what the language asks for.
+// What the system can be told of memory.
 #pragma once
 
 #include <cstddef>

@@ -1,10 +1,10 @@
 // The module entry of a system whose loader knows constructors and destructors instead of one function.
 #include "dllmain.h"
 
-#include "mainframe.h"
-
 #ifdef TESSEL_RUNTIME_INSIDE
 #include <cstdlib>
+
+#include "mainframe.h"
 
 namespace __gnu_cxx {
 
